@@ -1,0 +1,2 @@
+/* placeholder: filled in by its subsystem */
+#pragma once

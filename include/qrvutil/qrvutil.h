@@ -1,0 +1,18 @@
+/* qrvutil: the whole public interface. C code gets every C-linkage call;
+ * C++ code also gets the classes and the TinyXML-typed functions. */
+#ifndef QRVUTIL_QRVUTIL_H
+#define QRVUTIL_QRVUTIL_H
+
+#include "host.h"
+#include "mediacmd.h"
+#include "mediacmd_xml.h"
+#include "transport.h"
+#include "video.h"
+#include "bitstream.h"
+#include "h264.h"
+#include "aac.h"
+#include "clipinfo.h"
+#include "project.h"
+#include "diskcache.h"
+
+#endif
