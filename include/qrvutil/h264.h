@@ -1,2 +1,371 @@
-/* placeholder: filled in by its subsystem */
-#pragma once
+/*
+ * qrvutil H.264 headers: decoded sequence and picture parameter sets, slice
+ * headers, unit framing conversion (start codes and 4-byte length prefixes)
+ * and avcC decoder configuration boxes.
+ *
+ * Every record is plain data of fixed layout; recorded files and peers built
+ * with the library depend on the field order, so it never changes. Callers
+ * allocate the records and clear them before a read.
+ */
+#ifndef QRVUTIL_H264_H
+#define QRVUTIL_H264_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "bitstream.h"
+#include "export.h"
+
+#ifdef __cplusplus
+#define QRV_H264_LAYOUT(cond, what) static_assert(cond, what)
+#else
+#define QRV_H264_LAYOUT(cond, what) _Static_assert(cond, what)
+#endif
+
+QRV_EXTERN_C_BEGIN
+
+/* ---- Sequence parameter set ------------------------------------------------ */
+
+/* Number of entries kept per HRD array (the syntax allows 32; streams seen by
+ * the recorders never use more than a few, and the record layout is fixed). */
+#define QRV_HRD_MAX_CPB 8
+
+/* One HRD parameter block: 31 signed 32-bit fields. */
+typedef struct hdr_parameters {
+    int32_t cpb_cnt_minus1;
+    int32_t bit_rate_scale;
+    int32_t cpb_size_scale;
+    int32_t bit_rate_value_minus1[QRV_HRD_MAX_CPB];
+    int32_t cpb_size_value_minus1[QRV_HRD_MAX_CPB];
+    int32_t cbr_flag[QRV_HRD_MAX_CPB];
+    int32_t initial_cpb_removal_delay_length_minus1;
+    int32_t cpb_removal_delay_length_minus1;
+    int32_t dpb_output_delay_length_minus1;
+    int32_t time_offset_length;
+} hdr_parameters;
+
+/* A decoded sequence parameter set, NAL header byte included. Fields whose
+ * syntax is absent keep the value they had (0 in a cleared record). */
+typedef struct SPS_DECODED {
+    int32_t forbidden_zero_bit;
+    int32_t nal_ref_idc;
+    int32_t nal_unit_type;
+
+    int32_t profile_idc;
+    int32_t constraint_set0_flag;
+    int32_t constraint_set1_flag;
+    int32_t constraint_set2_flag;
+    int32_t constraint_set3_flag;
+    int32_t constraint_set4_flag;
+    int32_t constraint_set5_flag;
+    int32_t reserved_zero_2bits;
+    int32_t level_idc;
+    int32_t seq_parameter_set_id;
+
+    int32_t chroma_format_idc;
+    int32_t seq_scaling_list_present_flag[12];
+    int32_t ScalingList4x4[6][16];
+    int32_t UseDefaultScalingMatrix4x4Flag[6]; /* never filled */
+    int32_t ScalingList8x8[6][64];
+    int32_t UseDefaultScalingMatrix8x8Flag[6]; /* never filled */
+
+    int32_t separate_colour_plane_flag;
+    int32_t bit_depth_luma_minus8;
+    int32_t bit_depth_chroma_minus8;
+    int32_t qpprime_y_zero_transform_bypass_flag;
+    int32_t seq_scaling_matrix_present_flag;
+
+    int32_t log2_max_frame_num_minus4;
+    int32_t pic_order_cnt_type;
+    int32_t log2_max_pic_order_cnt_lsb_minus4;
+    int32_t delta_pic_order_always_zero_flag;
+    int32_t offset_for_non_ref_pic;
+    int32_t offset_for_top_to_bottom_field;
+    int32_t num_ref_frames_in_pic_order_cnt_cycle;
+    int32_t offset_for_ref_frame; /* the last value of the cycle only */
+
+    int32_t max_num_ref_frames;
+    int32_t gaps_in_frame_num_value_allowed_flag;
+    int32_t pic_width_in_mbs_minus1;
+    int32_t pic_height_in_map_units_minus1;
+    int32_t frame_mbs_only_flag;
+    int32_t mb_adaptive_frame_field_flag;
+    int32_t direct_8x8_inference_flag;
+    int32_t frame_cropping_flag;
+    int32_t frame_crop_left_offset;
+    int32_t frame_crop_right_offset;
+    int32_t frame_crop_top_offset;
+    int32_t frame_crop_bottom_offset;
+
+    int32_t vui_parameters_present_flag;
+    int32_t aspect_ratio_info_present_flag;
+    int32_t aspect_ratio_idc;
+    int32_t sar_width;
+    int32_t sar_height;
+    int32_t overscan_info_present_flag;
+    int32_t overscan_appropriate_flag;
+    int32_t video_signal_type_present_flag;
+    int32_t video_format;
+    int32_t video_full_range_flag;
+    int32_t colour_description_present_flag;
+    int32_t colour_primaries;
+    int32_t transfer_characteristics;
+    int32_t matrix_coefficients;
+    int32_t chroma_loc_info_present_flag;
+    int32_t chroma_sample_loc_type_top_field;
+    int32_t chroma_sample_loc_type_bottom_field;
+    int32_t timing_info_present_flag;
+    int32_t num_units_in_tick;
+    int32_t time_scale;
+    int32_t fixed_frame_rate_flag;
+    int32_t nal_hrd_parameters_present_flag;
+    int32_t vcl_hrd_parameters_present_flag;
+
+    hdr_parameters nal_hrd;
+    hdr_parameters vcl_hrd;
+
+    int32_t low_delay_hrd_flag;
+    int32_t pic_struct_present_flag;
+    int32_t bitstream_restriction_flag;
+    int32_t motion_vectors_over_pic_boundaries_flag;
+    int32_t max_bytes_per_pic_denom;
+    int32_t max_bits_per_mb_denom;
+    int32_t log2_max_mv_length_horizontal;
+    int32_t log2_max_mv_length_vertical;
+    int32_t max_num_reorder_frames;
+    int32_t max_dec_frame_buffering;
+    int32_t rbsp_stop_one_bit;
+} SPS_DECODED;
+
+/* ---- Picture parameter set -------------------------------------------------- */
+
+#define QRV_PPS_MAX_SLICE_GROUPS 8
+#define QRV_PPS_MAX_SLICE_GROUP_IDS 256
+
+/* A decoded picture parameter set, NAL header byte included. */
+typedef struct PPS_DECODED {
+    int32_t forbidden_zero_bit;
+    int32_t nal_ref_idc;
+    int32_t nal_unit_type;
+
+    int32_t pic_parameter_set_id;
+    int32_t seq_parameter_set_id;
+    int32_t entropy_coding_mode_flag;
+    int32_t pic_order_present_flag; /* bottom_field_pic_order_in_frame_present_flag */
+    int32_t num_slice_groups_minus1;
+    int32_t slice_group_map_type;
+
+    int32_t run_length_minus1[QRV_PPS_MAX_SLICE_GROUPS];
+    int32_t top_left[QRV_PPS_MAX_SLICE_GROUPS];
+    int32_t bottom_right[QRV_PPS_MAX_SLICE_GROUPS];
+    int32_t slice_group_change_direction_flag;
+    int32_t slice_group_change_rate_minus1;
+    int32_t pic_size_in_map_units_minus1;
+    int32_t slice_group_id[QRV_PPS_MAX_SLICE_GROUP_IDS];
+
+    int32_t num_ref_idx_l0_default_active_minus1;
+    int32_t num_ref_idx_l1_default_active_minus1;
+    int32_t weighted_pred_flag;
+    int32_t weighted_bipred_idc;
+    int32_t pic_init_qp_minus26;
+    int32_t pic_init_qs_minus26;
+    int32_t chroma_qp_index_offset;
+    int32_t deblocking_filter_control_present_flag;
+    int32_t constrained_intra_pred_flag;
+    int32_t redundant_pic_cnt_present_flag;
+
+    /* 1 when the optional tail (8x8 transform, scaling matrix) is present. A
+     * non-zero value on entry to the reader makes it read the tail unasked. */
+    int32_t more_rbsp_data;
+
+    int32_t transform_8x8_mode_flag;
+    int32_t pic_scaling_matrix_present_flag;
+    int32_t pic_scaling_list_present_flag[12];
+    int32_t ScalingList4x4[6][16];
+    int32_t UseDefaultScalingMatrix4x4Flag[6]; /* never filled */
+    int32_t ScalingList8x8[6][64];             /* entries 0 and 1 only */
+    int32_t UseDefaultScalingMatrix8x8Flag[6]; /* never filled */
+    int32_t second_chroma_qp_index_offset;
+
+    /* Also receives the bit after a CAVLC slice header (see the slice readers). */
+    int32_t rbsp_stop_one_bit;
+} PPS_DECODED;
+
+/* ---- Slice header ------------------------------------------------------------ */
+
+#define QRV_MAX_REF_IDX 64
+
+/* A decoded slice header. Per-entry weight flags hold the last entry's flag;
+ * reordering and marking hold the last loop iteration only. */
+typedef struct SLICE_HEADER {
+    int32_t forbidden_zero_bit; /* the three NAL header fields are filled by */
+    int32_t nal_ref_idc;        /* qrvutilRead_SliceHeader only */
+    int32_t nal_unit_type;
+
+    int32_t first_mb_in_slice;
+    int32_t slice_type; /* as coded, 0-9 */
+    int32_t pic_parameter_set_id;
+    int32_t frame_num;
+    int32_t field_pic_flag;
+    int32_t bottom_field_flag;
+    int32_t idr_pic_id;
+    int32_t pic_order_cnt_lsb;
+    int32_t delta_pic_order_cnt_bottom;
+    int32_t delta_pic_order_cnt[2];
+    int32_t redundant_pic_cnt;
+    int32_t direct_spatial_mv_pred_flag;
+    int32_t num_ref_idx_active_override_flag;
+    int32_t num_ref_idx_l0_active_minus1;
+    int32_t num_ref_idx_l1_active_minus1;
+
+    int32_t reserved[5]; /* no reader writes these; kept for the layout */
+
+    int32_t cabac_init_idc;
+    int32_t slice_qp_delta;
+    int32_t sp_for_switch_flag;
+    int32_t slice_qs_delta;
+    int32_t disable_deblocking_filter_idc;
+    int32_t slice_alpha_c0_offset_div2;
+    int32_t slice_beta_offset_div2;
+    int32_t slice_group_change_cycle;
+
+    int32_t luma_log2_weight_denom;
+    int32_t chroma_log2_weight_denom;
+    int32_t luma_weight_l0_flag;
+    int32_t luma_weight_l0[QRV_MAX_REF_IDX];
+    int32_t luma_offset_l0[QRV_MAX_REF_IDX];
+    int32_t chroma_weight_l0_flag;
+    int32_t chroma_weight_l0[QRV_MAX_REF_IDX][2];
+    int32_t chroma_offset_l0[QRV_MAX_REF_IDX][2];
+    int32_t luma_weight_l1_flag;
+    int32_t luma_weight_l1[QRV_MAX_REF_IDX];
+    int32_t luma_offset_l1[QRV_MAX_REF_IDX];
+    int32_t chroma_weight_l1_flag;
+    int32_t chroma_weight_l1[QRV_MAX_REF_IDX][2];
+    int32_t chroma_offset_l1[QRV_MAX_REF_IDX][2];
+
+    int32_t ref_pic_list_reordering_flag_l0;
+    int32_t ref_pic_list_reordering_flag_l1;
+    int32_t reordering_of_pic_nums_idc;
+    int32_t long_term_pic_num;
+    int32_t abs_diff_pic_num_minus1;
+
+    int32_t no_output_of_prior_pics_flag;
+    int32_t long_term_reference_flag;
+    int32_t adaptive_ref_pic_marking_mode_flag;
+    int32_t memory_management_control_operation;
+    int32_t difference_of_pic_nums_minus1;
+    int32_t mmco_long_term_pic_num; /* long_term_pic_num of the marking syntax */
+    int32_t long_term_frame_idx;
+    int32_t max_long_term_frame_idx_plus1;
+} SLICE_HEADER;
+
+/* ---- Unit stream --------------------------------------------------------------- */
+
+/* Bytes of storage at the head of NAL_BUFFER. They belong to the routine that
+ * appends parameter-set units to a frame (its bookkeeping of the block behind
+ * `data`); scanning and avcC never read or write them. */
+#define QRV_NAL_BUFFER_STORAGE 32
+
+/* A frame's unit stream: `length` valid bytes at `data`. Packed, so `data`
+ * follows the leading storage with no gap on every build. */
+typedef struct __attribute__((packed)) NAL_BUFFER {
+    uint8_t storage[QRV_NAL_BUFFER_STORAGE];
+    uint8_t *data;
+    uint32_t reserved; /* not used by scanning or avcC */
+    uint32_t length;
+} NAL_BUFFER;
+
+/* ---- Layout checks: the same on 32-bit and 64-bit builds ------------------------- */
+
+QRV_H264_LAYOUT(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 fields");
+QRV_H264_LAYOUT(offsetof(hdr_parameters, cbr_flag) == 19 * 4, "hdr_parameters.cbr_flag");
+QRV_H264_LAYOUT(sizeof(SPS_DECODED) == 639 * 4, "SPS_DECODED is 639 fields");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, chroma_format_idc) == 13 * 4, "SPS chroma_format_idc");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, ScalingList8x8) == 128 * 4, "SPS ScalingList8x8");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, separate_colour_plane_flag) == 518 * 4, "SPS bit depths");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, log2_max_frame_num_minus4) == 523 * 4, "SPS frame_num");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, max_num_ref_frames) == 531 * 4, "SPS ref frames");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, vui_parameters_present_flag) == 543 * 4, "SPS VUI");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, nal_hrd) == 566 * 4, "SPS NAL HRD");
+QRV_H264_LAYOUT(offsetof(SPS_DECODED, low_delay_hrd_flag) == 628 * 4, "SPS tail");
+QRV_H264_LAYOUT(sizeof(PPS_DECODED) == 811 * 4, "PPS_DECODED is 811 fields");
+QRV_H264_LAYOUT(offsetof(PPS_DECODED, run_length_minus1) == 9 * 4, "PPS slice groups");
+QRV_H264_LAYOUT(offsetof(PPS_DECODED, slice_group_id) == 36 * 4, "PPS slice_group_id");
+QRV_H264_LAYOUT(offsetof(PPS_DECODED, num_ref_idx_l0_default_active_minus1) == 292 * 4,
+                "PPS ref idx defaults");
+QRV_H264_LAYOUT(offsetof(PPS_DECODED, more_rbsp_data) == 302 * 4, "PPS more_rbsp_data");
+QRV_H264_LAYOUT(offsetof(PPS_DECODED, pic_scaling_list_present_flag) == 305 * 4,
+                "PPS scaling block");
+QRV_H264_LAYOUT(offsetof(PPS_DECODED, second_chroma_qp_index_offset) == 809 * 4,
+                "PPS second chroma offset");
+QRV_H264_LAYOUT(sizeof(SLICE_HEADER) == 819 * 4, "SLICE_HEADER is 819 fields");
+QRV_H264_LAYOUT(offsetof(SLICE_HEADER, reserved) == 19 * 4, "SLICE_HEADER unused fields");
+QRV_H264_LAYOUT(offsetof(SLICE_HEADER, cabac_init_idc) == 24 * 4, "SLICE_HEADER cabac");
+QRV_H264_LAYOUT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4,
+                "SLICE_HEADER weights");
+QRV_H264_LAYOUT(offsetof(SLICE_HEADER, luma_weight_l1_flag) == 420 * 4, "SLICE_HEADER list 1");
+QRV_H264_LAYOUT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 * 4,
+                "SLICE_HEADER reordering");
+QRV_H264_LAYOUT(offsetof(SLICE_HEADER, no_output_of_prior_pics_flag) == 811 * 4,
+                "SLICE_HEADER marking");
+QRV_H264_LAYOUT(offsetof(NAL_BUFFER, data) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER.data");
+QRV_H264_LAYOUT(offsetof(NAL_BUFFER, reserved) == QRV_NAL_BUFFER_STORAGE + sizeof(void *),
+                "NAL_BUFFER unused field");
+QRV_H264_LAYOUT(offsetof(NAL_BUFFER, length) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 4,
+                "NAL_BUFFER.length");
+QRV_H264_LAYOUT(sizeof(NAL_BUFFER) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 8,
+                "NAL_BUFFER is packed");
+
+/* ---- Parameter sets -------------------------------------------------------------- */
+
+/* Both readers take `bs` set up over one unit (buffer at the NAL header byte,
+ * byte_size = unit length, bit_end = 8 * byte_size, bit_pos = 0), read from a
+ * private de-emulated copy, and return the bytes consumed (bit_pos / 8 after
+ * the final byte alignment). They return 0 for a null record; the SPS reader
+ * also for a zero byte_size. On return bs->buffer is the caller's pointer
+ * again and bs->bit_pos is where the read stopped. */
+QRV_API int qrvutilRead_SPS(kx_bitstream *bs, SPS_DECODED *sps);
+QRV_API int qrvutilRead_PPS(kx_bitstream *bs, PPS_DECODED *pps);
+
+/* ---- Slice headers ------------------------------------------------------------------ */
+
+/* Decodes a slice unit's header (NAL header byte included) from a private
+ * copy of at most its first 256 bytes. Returns first_mb_in_slice. May store
+ * one bit into pps->rbsp_stop_one_bit. */
+QRV_API int qrvutilRead_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
+                                    PPS_DECODED *pps, int nal_unit_type);
+/* Reads a slice header in the caller's buffer (the reader standing after the
+ * NAL header byte), then rewrites a CABAC header's alignment bits in place as
+ * 1 followed by zeros. Returns 0. */
+QRV_API int qrvutilFix_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
+                                   PPS_DECODED *pps, unsigned nal_unit_type, int nal_ref_idc);
+/* Writes nothing and returns 0; present so that hosts linking it keep working. */
+QRV_API int qrvutilWrite_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
+                                     PPS_DECODED *pps, int nal_unit_type);
+
+/* ---- Unit framing and avcC -------------------------------------------------------------- */
+
+/* Start codes to 4-byte big-endian length prefixes, in place. The buffer must
+ * have one spare byte after `len` for every 3-byte start code. Returns the new
+ * length; a `len` below 1 is returned unchanged. */
+QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len);
+/* 4-byte length prefixes to 4-byte start codes, in place. Returns the length
+ * of the valid data. */
+QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len);
+/* Writes an avcC box from the first SPS and PPS units in `units` to `out`
+ * (room: 14 + 3 + SPS size + 3 + PPS size). Returns the box size. */
+QRV_API int qrvutilGetAvcc(NAL_BUFFER *units, unsigned char *out);
+/* Reads an avcC box at the reader's position; copies its first SPS and PPS
+ * to `sps` and `pps` when those are not null. Returns -1 for a zero box size,
+ * else 0. */
+QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps);
+/* Walks every unit in `units`, decoding parameter sets into `sps` and `pps`
+ * (after the avcC box `avcc`, when not null) and slice headers into scratch.
+ * Returns the number of units walked. */
+QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED *pps,
+                                const unsigned char *avcc);
+
+QRV_EXTERN_C_END
+
+#endif
