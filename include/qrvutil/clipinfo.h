@@ -84,6 +84,76 @@ typedef struct QRVSYSTEM {
     uint32_t DrFlags;
 } QRVSYSTEM;
 
+/* ---- Clip information record ------------------------------------------------ */
+
+#define QRVINFO_TEXT_SLOTS 99
+#define QRVINFO_NUMERIC_SLOTS 49
+/* A numeric slot holding this value is not set. */
+#define QRVINFO_NOT_SET 0xFFFFFFFFu
+/* qrvInfoGetDescription() never writes more than this, terminator included. */
+#define QRVINFO_DESCRIPTION_SIZE 28
+
+/* Text slots with a fixed meaning (the others are named by the tag tables). */
+#define QRVINFO_TEXT_FILENAME 0
+#define QRVINFO_TEXT_NATIVE_LOCATOR 1
+#define QRVINFO_TEXT_UNIVERSAL_LOCATOR 2
+#define QRVINFO_TEXT_VERSION 58
+/* Numeric slot holding a timecode-type code. */
+#define QRVINFO_NUM_TIMECODE_TYPE 27
+
+/* The descriptive metadata of one clip. Layout is fixed: 99 text pointers,
+ * a word, 49 numeric values, then two reserved values. Reset it with
+ * qrvInfoDelete() before first and after last use. */
+typedef struct QRVINFO {
+    /* Null, or a hostAlloc() block owned by the record. */
+    char *text[QRVINFO_TEXT_SLOTS];
+    uint32_t Reserved;   /* reset to 0; otherwise untouched */
+    uint32_t numeric[QRVINFO_NUMERIC_SLOTS]; /* QRVINFO_NOT_SET when not set */
+    uint32_t ReservedMax; /* reset to 0x7FFFFFFF; otherwise untouched */
+    uint32_t ReservedEnd; /* reset to 0; otherwise untouched */
+} QRVINFO;
+
+/* Frees every text slot and resets every field; also initialises a fresh
+ * record, whose text slots must be null or owned. */
+QRV_API void qrvInfoDelete(QRVINFO *info);
+/* Merges src into dst: locators 0-2 only fill empty slots, other set text
+ * slots replace dst's with copies, set numeric slots overwrite. Returns 0. */
+QRV_API int qrvInfoSet(QRVINFO *dst, const QRVINFO *src);
+/* Writes the tag name of `index` into `name` (QRVINFO_DESCRIPTION_SIZE
+ * bytes). Indexes 0-78 name text tags without the unused "DoNotUse" slot,
+ * 4097-4129 numeric slots 0-32, 0x10000-0x10022 stream fields. Returns 0, or
+ * -1 after writing "Unk(<index>) " for any other index. */
+QRV_API int qrvInfoGetDescription(unsigned index, char *name);
+/* The timecode-type code named by a TcType="..." attribute inside `text`;
+ * 0 for null text, no attribute or an unknown value. */
+QRV_API unsigned sqrvInfoFindTcType(const char *text);
+
+/* ---- Persistence -------------------------------------------------------------- */
+
+/* Loads the values present in a store over the record and sets the version
+ * text. `handle` is QRV_CFG_DEFAULT or comes from cfgOpen(). Returns 0. */
+QRV_API int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info);
+/* Mirrors the record into a store: set slots are written, unset ones
+ * deleted. Returns 0. */
+QRV_API int qrvInfoWriteRegSet(cfgHandle handle, const QRVINFO *info);
+/* Loads from the default store (or seeds it with the record while
+ * "XMLDisable" is missing) and then from an existing "UserMetadata.xml".
+ * Returns 0. */
+QRV_API int qrvInfoReadReg(QRVINFO *info, int fromStore, int fromUserFile);
+/* Writes to the default store and to "UserMetadata.xml" when it already
+ * exists. Returns 0. */
+QRV_API int qrvInfoWriteReg(const QRVINFO *info, int toStore, int toUserFile);
+
 QRV_EXTERN_C_END
+
+#ifdef __cplusplus
+#include <tinyxml.h>
+
+/* Reserved XML writers: they write nothing and return 1. */
+QRV_API int XMLFromQRVSystem(QRVSYSTEM *system, TiXmlElement *element);
+QRV_API int XMLFromQRVVideo(QRVVIDEO *video, TiXmlElement *element);
+QRV_API int XMLFromQRVAudio(QRVAUDIO *audio, TiXmlElement *element);
+QRV_API int XMLFromQRVInfo(QRVINFO *info, TiXmlElement *element);
+#endif
 
 #endif
