@@ -31,8 +31,11 @@ typedef long long osHandle;
 #define QRV_ACCESS_READ 0x80000000u
 #define QRV_ACCESS_WRITE 0x40000000u
 #define QRV_SHARE_READ_WRITE 3u
-#define QRV_CREATE_NEW 1u
-#define QRV_OPEN_EXISTING 3u
+#define QRV_CREATE_NEW 1u        /* create; fails when the file exists */
+#define QRV_CREATE_ALWAYS 2u     /* create, or truncate an existing file */
+#define QRV_OPEN_EXISTING 3u     /* open; fails when the file is missing */
+#define QRV_OPEN_ALWAYS 4u       /* open, or create a missing file */
+#define QRV_TRUNCATE_EXISTING 5u /* open and truncate; needs write access */
 
 /* Directions of cfgValueDword() / cfgValueString(). */
 #define QRV_CFG_READ 0
