@@ -28,7 +28,7 @@ constexpr char kDataAttribute[] = "Data";
 // to run past the buffer.
 void storePath(char *buffer, const char *path) {
     std::memset(buffer, 0, QRV_PROJECT_PATH_MAX);
-    if (path != nullptr) std::strncpy(buffer, path, QRV_PROJECT_PATH_MAX - 1);
+    if (path != nullptr) std::memcpy(buffer, path, strnlen(path, QRV_PROJECT_PATH_MAX - 1));
 }
 
 // Copies a whole file into the element's "Data" attribute. A file that cannot
