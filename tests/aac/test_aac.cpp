@@ -223,12 +223,17 @@ TEST(AacClips, Mp4AudioSpecificConfigMatchesTheProbe)
         asc.push_back(static_cast<uint8_t>(std::stoul(row[4].substr(i, 2), nullptr, 16)));
     ASSERT_GE(asc.size(), 2u);
 
-    // The probe's bytes are the decoder-specific descriptor (tag 5) of the file.
+    // The probe's bytes are the decoder-specific descriptor (tag 5) of the
+    // file; the encoder pads the descriptor length with 0x80 bytes.
     const std::vector<uint8_t> file = readFile(row[0]);
-    std::vector<uint8_t> descriptor{0x05, static_cast<uint8_t>(asc.size())};
-    descriptor.insert(descriptor.end(), asc.begin(), asc.end());
-    EXPECT_NE(std::search(file.begin(), file.end(), descriptor.begin(), descriptor.end()),
-              file.end());
+    std::vector<uint8_t> sized{static_cast<uint8_t>(asc.size())};
+    sized.insert(sized.end(), asc.begin(), asc.end());
+    auto found = std::search(file.begin(), file.end(), sized.begin(), sized.end());
+    ASSERT_NE(found, file.end());
+    while (found != file.begin() && *(found - 1) == 0x80)
+        --found;
+    ASSERT_NE(found, file.begin());
+    EXPECT_EQ(*(found - 1), 0x05);
 
     Bits in(asc);
     AAC_CONFIG cfg{};
