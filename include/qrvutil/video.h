@@ -1,2 +1,115 @@
-/* placeholder: filled in by its subsystem */
-#pragma once
+/*
+ * qrvutil video signal formats and timing.
+ *
+ * A signal format is one unsigned 32-bit code:
+ *   bits 28-31 scan type (QRV_SCAN_* of clipinfo.h: 1 interlaced,
+ *              2 progressive, 4 progressive segmented frame, 0 not stated)
+ *   bits 20-27 height token, bits 9-19 width token (1-128, see
+ *              vidGetSizeFromToken)
+ *   bits 0-8   rate code: the integer part of the frame rate
+ *              (29 = 29.97, 23 = 23.98, 59 = 59.94 ...)
+ * Rates are exact rate/scale pairs (frames per second = rate / scale).
+ * Timecode types: 0 frames, 1 film, 2 30 fps non-drop, 4 drop-frame, 8 PAL,
+ * 16 50 fps, 32 59.94, 64 60, 128 film-drop, 132 23.98; the timing functions
+ * read only the low byte.
+ */
+#ifndef QRVUTIL_VIDEO_H
+#define QRVUTIL_VIDEO_H
+
+#include "clipinfo.h"
+#include "export.h"
+
+/* The code of no signal format. */
+#define QRV_SIGNAL_FORMAT_NONE 0xF0000000u
+
+#define QRV_SF_SCAN(code) (((code) >> 28) & 0xFu)
+#define QRV_SF_HEIGHT_TOKEN(code) (((code) >> 20) & 0xFFu)
+#define QRV_SF_WIDTH_TOKEN(code) (((code) >> 9) & 0x7FFu)
+#define QRV_SF_RATE_CODE(code) ((code) & 0x1FFu)
+#define QRV_SF_MAKE(scan, heightToken, widthToken, rateCode)                                      \
+    (((unsigned)(scan) << 28) | ((unsigned)(heightToken) << 20) | ((unsigned)(widthToken) << 9) | \
+     (unsigned)(rateCode))
+
+/* Bytes that vidSignalFormatToStr20() may write, terminator included. */
+#define QRV_SIGNAL_FORMAT_TEXT_SIZE 22
+
+/* GetMatrixBySize(): flag asking for the full-range matrix family. */
+#define QRV_MATRIX_FULL_RANGE 0x1000u
+
+QRV_EXTERN_C_BEGIN
+
+/* ---- Signal format codes and geometry ------------------------------------- */
+
+/* Pixel or line count of a size token (1-128); 0xFFFFFFFF for any other
+ * token and for unused entries. */
+QRV_API unsigned vidGetSizeFromToken(unsigned token);
+/* The token used when a raster of `size` pixels or lines is encoded;
+ * 0xFFFFFFFF below 240 and above 8192. Not the inverse of the token table. */
+QRV_API unsigned vidGetTokenFromSize(unsigned size);
+/* Raster of a code: 0 with *width and *height, or -1 when the code names an
+ * unknown size. A non-zero `field` asks for the field height of interlaced
+ * codes. */
+QRV_API int vidImageSize(unsigned code, unsigned *width, unsigned *height, int field);
+/* The code's name into `text`, which holds QRV_SIGNAL_FORMAT_TEXT_SIZE bytes
+ * or more. Returns 0. */
+QRV_API int vidSignalFormatToStr20(unsigned code, char *text);
+/* The signal format of a picture: rate/scale, raster (a negative height is a
+ * bottom-up image of |height| lines) and whether the material is progressive.
+ * QRV_SIGNAL_FORMAT_NONE when the raster has no size token. */
+QRV_API unsigned vidGetSignalFormat(unsigned rate, unsigned scale, unsigned width, int height,
+                                    int progressive);
+/* Display aspect ratio as numerator << 16 | denominator, 0 when unknown.
+ * `code` is not used. */
+QRV_API unsigned vidGetAspectRatio(unsigned code, unsigned width, int height);
+/* Colour matrix code for a picture size: 0/4/6 (video range: SD, HD, larger
+ * than 1125 lines), or 1/5/7 when `flags` has QRV_MATRIX_FULL_RANGE and the
+ * configuration does not force video range. Reads the store once per process. */
+QRV_API int GetMatrixBySize(unsigned width, int height, unsigned flags);
+/* Fills SignalFormat, Width, Height, Rate, Scale, ScanType, BlankingLines,
+ * TotalWidth and TotalHeight of `video` from a code; 0, or -1 (record
+ * untouched) when the code has no rate or no raster. */
+QRV_API int vidSignalFormatToQRVVid(unsigned code, QRVVIDEO *video);
+
+/* ---- Rates and timing -------------------------------------------------------- */
+
+/* Rate/scale of a signal format code. -1 for QRV_SIGNAL_FORMAT_NONE (nothing
+ * written) and for rate code 256 (256/1 written); otherwise 0. */
+QRV_API int vidRateScale(unsigned code, unsigned *rate, unsigned *scale);
+/* Rewrites a loosely given pair as the canonical one, in place. Returns 0.
+ * A zero scale is left as it is unless the rate alone decides the pair. */
+QRV_API int vidNormalizeRateScale(unsigned *rate, unsigned *scale);
+/* Default rate/scale for a raster. -1 for a null pointer; 0 otherwise
+ * (nothing written for widths above 4096). */
+QRV_API int vidRateScaleFromSize(unsigned width, unsigned height, unsigned *rate,
+                                 unsigned *scale);
+/* Frames per second of rate/scale, or of the code when either is 0 (29.97 when
+ * the code has no rate). */
+QRV_API double vidFramesPerSecD(unsigned code, unsigned rate, unsigned scale);
+/* 1000 / vidFramesPerSecD(); +infinity for a rate of 0. */
+QRV_API double vidMsPerFrameD(unsigned code, unsigned rate, unsigned scale);
+/* vidMsPerFrameD() rounded to the nearest millisecond (saturated). */
+QRV_API unsigned vidMsPerFrame(unsigned code, unsigned rate, unsigned scale);
+/* Frame rate and frame period of a timecode type. */
+QRV_API double vidTCFramesPerSecD(unsigned tcType);
+QRV_API double vidTCMsPerFrameD(unsigned tcType);
+QRV_API unsigned vidTCMsPerFrame(unsigned tcType);
+/* Timecode type of a measured frame rate. */
+QRV_API unsigned vidGetTCType(double fps);
+/* Timecode type of a signal format code's rate (never 16, 32 or 64). */
+QRV_API unsigned vidGetTCTypeSignalFormat(unsigned code);
+/* Converts a frame count at rate/scale into the count of the same timecode in
+ * type `toType`. Returns 0, or -1 when `frame` is null or the timecode text
+ * could not be read back (*frame unchanged). */
+QRV_API int vidConvertTC(unsigned *frame, unsigned toType, unsigned rate, unsigned scale);
+
+QRV_EXTERN_C_END
+
+#ifdef __cplusplus
+/* Rate/scale of a measured frame rate: 0 with a canonical pair; 1 with
+ * (integer part) * 100 / 100 when the rate is not a known one; -1 for a null
+ * pointer. Rates of 14-15.5, 47-48.5, 71-72.5 and 100-120 fps are first folded
+ * into 23-60 (x2, /2, /3, /4), so the pair describes the folded rate. */
+QRV_API int vidRateScale(double fps, unsigned *rate, unsigned *scale);
+#endif
+
+#endif
