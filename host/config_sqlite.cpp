@@ -1,0 +1,186 @@
+/* The default configuration store: the SQLite database "config.sqlite" in
+ * the per-user directory, shared by every process of the user.
+ *
+ * Each call opens the database, does its one statement and closes it again:
+ * the directory is looked up afresh on every call, nothing is shared between
+ * threads, and settings are read and written rarely. Several processes may
+ * use the database at once: WAL lets readers run beside a writer, a busy
+ * timeout makes writers queue, and every write is one statement in its own
+ * transaction, so nothing is ever half-written. synchronous=NORMAL with WAL
+ * makes a committed value survive a crash of the process (a power failure
+ * may lose the last commits, never corrupt the file). */
+#include "host/config_store.h"
+#include "host/host_internal.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace qrv::host {
+namespace {
+
+constexpr char kDatabaseName[] = "config.sqlite";
+constexpr int kBusyTimeoutMs = 5000;
+
+constexpr char kSetup[] =
+    "PRAGMA journal_mode=WAL;"
+    "PRAGMA synchronous=NORMAL;"
+    "CREATE TABLE IF NOT EXISTS config_values("
+    " key TEXT NOT NULL, name TEXT NOT NULL, type INTEGER NOT NULL,"
+    " num INTEGER, text TEXT, PRIMARY KEY(key, name));";
+constexpr char kSelect[] = "SELECT type, num, text FROM config_values WHERE key=?1 AND name=?2";
+constexpr char kUpsert[] =
+    "INSERT OR REPLACE INTO config_values(key, name, type, num, text) VALUES(?1, ?2, ?3, ?4, ?5)";
+constexpr char kDelete[] = "DELETE FROM config_values WHERE key=?1 AND name=?2";
+
+std::string databasePath() { return resolveUserPath(kDatabaseName); }
+
+bool databaseExists(const std::string &path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+/* A connection that closes itself; open() logs its own failures. */
+class Connection {
+public:
+    explicit Connection(std::string path) : path_(std::move(path)) {}
+    ~Connection() { sqlite3_close_v2(db_); }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    bool open(bool create)
+    {
+        const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+        if (sqlite3_open_v2(path_.c_str(), &db_, flags, nullptr) != SQLITE_OK)
+            return fail("failed to open configuration database");
+        sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+        if (create && sqlite3_exec(db_, kSetup, nullptr, nullptr, nullptr) != SQLITE_OK)
+            return fail("failed to prepare configuration database");
+        return true;
+    }
+
+    /* A database that another process has created but not yet set up has
+     * no table: that is a missing value, not a fault. */
+    sqlite3_stmt *prepare(const char *sql, bool *missingTable)
+    {
+        sqlite3_stmt *statement = nullptr;
+        if (sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) == SQLITE_OK)
+            return statement;
+        if (missingTable && std::strncmp(sqlite3_errmsg(db_), "no such table", 13) == 0)
+            *missingTable = true;
+        else
+            fail("failed to query configuration database");
+        return nullptr;
+    }
+
+    bool fail(const char *what)
+    {
+        logError("%s %s: %s", what, path_.c_str(),
+                 db_ ? sqlite3_errmsg(db_) : "out of memory");
+        return false;
+    }
+
+    sqlite3 *db() const { return db_; }
+
+private:
+    std::string path_;
+    sqlite3 *db_ = nullptr;
+};
+
+/* Finalises whatever statement it holds. */
+struct Statement {
+    sqlite3_stmt *handle;
+    ~Statement() { sqlite3_finalize(handle); }
+};
+
+void bindKey(sqlite3_stmt *statement, const std::string &key, const std::string &name)
+{
+    sqlite3_bind_text(statement, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+    sqlite3_bind_text(statement, 2, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+}
+
+}  // namespace
+
+Found SqliteStore::get(const std::string &key, const std::string &name, StoredValue *out)
+{
+    const std::string path = databasePath();
+    if (!databaseExists(path))
+        return Found::No;
+    Connection connection(path);
+    if (!connection.open(false))
+        return Found::Error;
+    bool missingTable = false;
+    Statement select{connection.prepare(kSelect, &missingTable)};
+    if (!select.handle)
+        return missingTable ? Found::No : Found::Error;
+    bindKey(select.handle, key, name);
+    const int step = sqlite3_step(select.handle);
+    if (step == SQLITE_DONE)
+        return Found::No;
+    if (step != SQLITE_ROW) {
+        connection.fail("failed to read configuration database");
+        return Found::Error;
+    }
+    out->kind = sqlite3_column_int(select.handle, 0) == static_cast<int>(ValueKind::String)
+                    ? ValueKind::String
+                    : ValueKind::Dword;
+    out->number = static_cast<uint32_t>(sqlite3_column_int64(select.handle, 1));
+    const unsigned char *text = sqlite3_column_text(select.handle, 2);
+    out->text.assign(text ? reinterpret_cast<const char *>(text) : "",
+                     static_cast<size_t>(sqlite3_column_bytes(select.handle, 2)));
+    return Found::Yes;
+}
+
+bool SqliteStore::put(const std::string &key, const std::string &name, const StoredValue &value)
+{
+    const std::string dir = userDirectory();
+    if (!makeDirectories(dir)) {
+        logError("failed to create configuration directory %s: %s", dir.c_str(),
+                 std::strerror(errno));
+        return false;
+    }
+    Connection connection(databasePath());
+    if (!connection.open(true))
+        return false;
+    Statement upsert{connection.prepare(kUpsert, nullptr)};
+    if (!upsert.handle)
+        return false;
+    bindKey(upsert.handle, key, name);
+    sqlite3_bind_int(upsert.handle, 3, static_cast<int>(value.kind));
+    if (value.kind == ValueKind::Dword) {
+        sqlite3_bind_int64(upsert.handle, 4, value.number);
+        sqlite3_bind_null(upsert.handle, 5);
+    } else {
+        sqlite3_bind_null(upsert.handle, 4);
+        sqlite3_bind_text(upsert.handle, 5, value.text.data(), static_cast<int>(value.text.size()),
+                          SQLITE_STATIC);
+    }
+    if (sqlite3_step(upsert.handle) != SQLITE_DONE)
+        return connection.fail("failed to write configuration database");
+    return true;
+}
+
+Found SqliteStore::remove(const std::string &key, const std::string &name)
+{
+    const std::string path = databasePath();
+    if (!databaseExists(path))
+        return Found::No;
+    Connection connection(path);
+    if (!connection.open(false))
+        return Found::Error;
+    bool missingTable = false;
+    Statement erase{connection.prepare(kDelete, &missingTable)};
+    if (!erase.handle)
+        return missingTable ? Found::No : Found::Error;
+    bindKey(erase.handle, key, name);
+    if (sqlite3_step(erase.handle) != SQLITE_DONE) {
+        connection.fail("failed to write configuration database");
+        return Found::Error;
+    }
+    return sqlite3_changes(connection.db()) > 0 ? Found::Yes : Found::No;
+}
+
+}  // namespace qrv::host

@@ -1,0 +1,99 @@
+#include "host_test_support.h"
+
+#include <cerrno>
+#include <string>
+
+namespace {
+
+using qrvtest::capturedLines;
+using qrvtest::HostTest;
+
+using LogTest = HostTest;
+
+TEST_F(LogTest, HostSinkReceivesFinishedLinesWithTheirLevel)
+{
+    logError("read %llu bytes at %d: %08X", 12ull, -3, 0xBEEFu);
+    logErrorFormat(0x80000000u, 0, 0, "%s\n\r", "caught");
+    EXPECT_EQ(logDebug("debug line"), 0);
+    ASSERT_EQ(capturedLines().size(), 3u);
+    EXPECT_EQ(capturedLines()[0], std::make_pair(QRV_LOG_ERROR, std::string("read 12 bytes at -3: 0000BEEF")));
+    EXPECT_EQ(capturedLines()[1], std::make_pair(QRV_LOG_ERROR, std::string("caught\n\r")));
+    EXPECT_EQ(capturedLines()[2], std::make_pair(QRV_LOG_DEBUG, std::string("debug line")));
+}
+
+TEST_F(LogTest, OverLongLinesAreCut)
+{
+    const std::string longText(3 * QRV_LOG_LINE_MAX, 'q');
+    logError("<%s>", longText.c_str());
+    logDebug(longText.c_str());
+    ASSERT_EQ(capturedLines().size(), 2u);
+    for (const auto &line : capturedLines()) {
+        EXPECT_EQ(line.second.size(), QRV_LOG_LINE_MAX - 1u);
+        EXPECT_EQ(line.second.substr(1, 10), "qqqqqqqqqq");
+    }
+    EXPECT_EQ(capturedLines()[0].second[0], '<');
+}
+
+TEST_F(LogTest, BuiltinSinkWritesErrorsAndSwitchedDebugLinesToStandardError)
+{
+    qrvResetHostServices();
+    unsetenv("QRVUTIL_DEBUG");
+    testing::internal::CaptureStderr();
+    logError("error %d", 1);
+    EXPECT_EQ(logDebug("hidden"), 1);
+    setenv("QRVUTIL_DEBUG", "0", 1);
+    EXPECT_EQ(logDebug("hidden"), 1);
+    setenv("QRVUTIL_DEBUG", "1", 1);
+    EXPECT_EQ(logDebug("shown\n\r"), 0);
+    unsetenv("QRVUTIL_DEBUG");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "error 1\nshown\n\r");
+}
+
+int g_allocations = 0;
+void *countingAlloc(size_t size)
+{
+    ++g_allocations;
+    return malloc(size);
+}
+int failingRead(osHandle, void *, unsigned, unsigned *done, void *)
+{
+    *done = 0;
+    return 0;
+}
+unsigned injectedError() { return EIO; }
+int hugeSize(osHandle, unsigned long long *size)
+{
+    *size = 0x123456789ull;
+    return 1;
+}
+
+TEST_F(LogTest, ReplacedServicesApplyUntilReset)
+{
+    qrvHostServices services{};
+    services.alloc = countingAlloc;
+    services.osReadFile = failingRead;
+    services.osGetLastError = injectedError;
+    services.osGetFileSizeEx = hugeSize;
+    qrvSetHostServices(&services);
+    unsetenv("QRVUTIL_DEBUG");
+    void *block = hostAlloc(16);
+    hostFree(block);
+    EXPECT_EQ(g_allocations, 1);
+    char buffer[4];
+    unsigned done = 99;
+    EXPECT_EQ(osReadFile(0, buffer, sizeof buffer, &done, nullptr), 0);
+    EXPECT_EQ(osGetLastError(), unsigned(EIO));
+    unsigned high = 0;
+    EXPECT_EQ(osGetFileSize(7, &high), 0x23456789u);
+    EXPECT_EQ(high, 1u);
+    // Entries left null kept the built-in: the log sink is the default again.
+    EXPECT_EQ(logDebug("off"), 1);
+
+    qrvResetHostServices();
+    hostFree(hostAlloc(0));
+    EXPECT_EQ(g_allocations, 1);
+    EXPECT_EQ(osGetFileSize(QRV_INVALID_FILE, nullptr), 0xFFFFFFFFu);
+    EXPECT_EQ(osGetLastError(), unsigned(EBADF));
+}
+
+}  // namespace
