@@ -134,9 +134,10 @@ TEST_F(DiskCache, ClipsRefillsAtEndOfFile) {
     EXPECT_TRUE(delivered(5000, 100));
     EXPECT_EQ(read(5950, 100, 4), 0u);  // only bytes that exist are delivered
     EXPECT_EQ(done, 50u);
-    EXPECT_EQ(fake.log, (std::vector<std::string>{"\nCDCR-ReadPastEOF(Pos=98304,Size=100",
-                                                  "\nCDCR-ReadToEOF(Pos=4096,Size=1904",
-                                                  "\nCDCR-ReadToEOF(Pos=4096,Size=1904"}));
+    EXPECT_EQ(read(4096, 1904, 4), 0u);  // reaching the end exactly is not past it
+    std::string toEnd = "\nCDCR-ReadToEOF(Pos=4096,Size=1904";
+    EXPECT_EQ(fake.log, (std::vector<std::string>{"\nCDCR-ReadPastEOF(Pos=98304,Size=100", toEnd,
+                                                  toEnd, toEnd}));
     CKXDiskCache small;  // past-EOF length beyond a small block stays in it
     small.SetHandleAndCacheSize(7, 1024, false);
     small.Read(buf.data(), 8192, 3000, &done, 4);
@@ -157,10 +158,11 @@ TEST_F(DiskCache, ReportsSeekAndReadFaults) {
     fake.failCode = 5;
     EXPECT_EQ(read(12200, 200), 0x80000005u);
     EXPECT_EQ(done, 88u);  // the part that was a hit stays delivered
+    EXPECT_EQ(read(100, 100), 0x80000005u);
     fake.failCode = 0;
     fake.lastError = 0;
     EXPECT_EQ(read(5000, 100), 0u);
-    EXPECT_EQ(fake.reads, 3);  // the failed refill left nothing to hit
+    EXPECT_EQ(fake.reads, 4);  // the failed refills left nothing to hit
     EXPECT_TRUE(delivered(5000, 100));
 
     fake.maxChunk = 1000;  // short: only 96 of the 100 bytes after offset 904
