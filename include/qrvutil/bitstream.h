@@ -6,6 +6,7 @@
 #ifndef QRVUTIL_BITSTREAM_H
 #define QRVUTIL_BITSTREAM_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "export.h"
@@ -13,7 +14,14 @@
 QRV_EXTERN_C_BEGIN
 
 /* Set up by zeroing, then buffer, byte_size, bit_end = byte_size * 8, bit_pos = 0.
- * Every field is pointer-width. */
+ * Every field is pointer-width.
+ *
+ * Readers stop at bit_end, but a read at bit_pos == bit_end still reads bit 7
+ * of the byte at index bit_end / 8 (for a whole-byte buffer: the byte just
+ * after the data), so a buffer handed to the readers needs one readable byte
+ * past its data. Past that every read answers -1 (all bits set) and still
+ * advances bit_pos: compare bit_pos with bit_end afterwards to detect a
+ * truncated field. Writers check nothing; the caller provides room. */
 typedef struct kx_bitstream {
     uintptr_t buffer;    /* address of the first byte; not owned */
     uintptr_t byte_size; /* bytes in the buffer (used only to copy it) */
@@ -21,13 +29,30 @@ typedef struct kx_bitstream {
     uintptr_t bit_pos;   /* index of the next bit */
 } kx_bitstream;
 
+#ifdef __cplusplus
+static_assert(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
+static_assert(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
+#else
+_Static_assert(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
+_Static_assert(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
+#endif
+
+/* 0 or 1; -1 past the end. */
 QRV_API int ReadBit(kx_bitstream *bs);
+/* n bits MSB first; 0 for n < 1. A past-end bit sets every bit from its place
+ * upward; counts above 32 wrap their shifts modulo 32. */
 QRV_API uint32_t ReadBits(kx_bitstream *bs, int32_t n);
 QRV_API uint32_t ReadExponentialGolombCode(kx_bitstream *bs);
 QRV_API int32_t ReadExponentialGolombCodeSigned(kx_bitstream *bs);
 QRV_API void WriteBits(kx_bitstream *bs, int32_t n, uint32_t value);
+/* ue(v) of value; values of 0xFFFFFF and above carry 24 extra leading zeros,
+ * as every file written by the library does. */
 QRV_API void WriteExponentialGolombCode(kx_bitstream *bs, int32_t value);
+/* Negative values are written as ue(v) of -2v; values v >= 0 as ue(v) of
+ * 2v + 2, so they read back through ReadExponentialGolombCodeSigned as
+ * -(v + 1). Peers reading this writer's output undo exactly that. */
 QRV_API void WriteExponentialGolombCodeSigned(kx_bitstream *bs, int32_t value);
+/* Bits of the ue(v) code of value (0..254); one more when value & 0x80. */
 QRV_API int32_t LengthExponentialGolombCode(int32_t value);
 
 QRV_EXTERN_C_END
