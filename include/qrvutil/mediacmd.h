@@ -7,6 +7,7 @@
 #ifndef QRVUTIL_MEDIACMD_H
 #define QRVUTIL_MEDIACMD_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "export.h"
@@ -18,6 +19,7 @@ QRV_EXTERN_C_BEGIN
 #define MEDIACMD_ID 0xFA250200u       /* CmdID of every valid record */
 #define MEDIACMD_SIZE 1116u           /* bytes in a record, on every build */
 #define MEDIACMD_AREA_OFFSET 76u      /* ClipID: start of the shared trailing area */
+#define MEDIACMD_AREA_SIZE 1040u       /* ClipID to the end of the record */
 #define MEDIACMD_SPEED_UNSET 0x7FFFFFFF
 #define MEDIACMD_SPEED_NORMAL 65520   /* one times normal forward play */
 
@@ -44,6 +46,33 @@ typedef struct MEDIACMD {
     char FileName[1031];
 } MEDIACMD;
 #pragma pack(pop)
+
+/* Peers exchange the record by size and offset: hold them on every build. */
+#ifdef __cplusplus
+#define QRV_MEDIACMD_ASSERT(cond, what) static_assert(cond, what)
+#else
+#define QRV_MEDIACMD_ASSERT(cond, what) _Static_assert(cond, what)
+#endif
+QRV_MEDIACMD_ASSERT(sizeof(MEDIACMD) == 1116, "MEDIACMD is 1116 bytes");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, prev) == 0, "prev at 0");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, next) == 8, "next at 8");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, list) == 16, "list at 16");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, CmdID) == 24, "CmdID at 24");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, StructSize) == 28, "StructSize at 28");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Channel) == 32, "Channel at 32");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Cmd) == 36, "Cmd at 36");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, cmdFlags) == 40, "cmdFlags at 40");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Speed) == 44, "Speed at 44");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, VideoChannels) == 48, "VideoChannels at 48");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, AudioChannels) == 52, "AudioChannels at 52");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, InfoChannels) == 56, "InfoChannels at 56");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, CmdAlt) == 60, "CmdAlt at 60");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Position) == 64, "Position at 64");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Start) == 68, "Start at 68");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, End) == 72, "End at 72");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, ClipID) == MEDIACMD_AREA_OFFSET, "ClipID at 76");
+QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, FileName) == 85, "FileName at 85");
+#undef QRV_MEDIACMD_ASSERT
 
 /* ---- Command codes (ct) ------------------------------------------------------- */
 
