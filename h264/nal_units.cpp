@@ -1,0 +1,298 @@
+// Unit framing conversion (start codes <-> 4-byte length prefixes) and the
+// unit walk that decodes parameter sets and slice headers of a frame.
+#include <qrvutil/h264.h>
+#include <qrvutil/host.h>
+
+#include "h264/scanning_internal.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace qrv::h264 {
+
+uint64_t findStartCode(const uint8_t *data, uint64_t from, uint64_t end)
+{
+    // Look for the 01 that closes a code; memchr keeps this near memory speed.
+    uint64_t at = from + 3;
+    while (at < end) {
+        const void *hit = std::memchr(data + at, 0x01, static_cast<size_t>(end - at));
+        if (!hit)
+            break;
+        at = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - data);
+        if (data[at - 1] == 0 && data[at - 2] == 0 && data[at - 3] == 0)
+            return at - 3;
+        ++at;
+    }
+    return end;
+}
+
+uint64_t startCodeUnitLength(const uint8_t *data, uint64_t field, uint64_t end)
+{
+    const uint64_t payload = field + 4;
+    const uint64_t next = findStartCode(data, payload, end);
+    return next < end ? next - payload : end - field;
+}
+
+void cleanSeiUnit(uint8_t *unit, size_t len, uint8_t before)
+{
+    if (len < 2)
+        return;
+    // One pass with a read and a write index gives the same bytes as sliding
+    // the tail down once per removed byte, in linear time. The byte that
+    // slides into a cleared position is not examined itself, only counted
+    // as a preceding byte for the next position.
+    const uint8_t last = unit[len - 1];
+    uint8_t older = before;
+    uint8_t prior = unit[0];
+    size_t w = 1;
+    size_t r = 1;
+    while (r < len) {
+        uint8_t byte = unit[r];
+        const bool removed = older == 0 && prior == 0 && (byte == 0x03 || byte == 0x0C);
+        if (removed) {
+            if (r + 1 >= len)
+                break;
+            byte = unit[r + 1];
+            r += 2;
+        } else {
+            r += 1;
+        }
+        unit[w++] = byte;
+        older = prior;
+        prior = byte;
+    }
+    // The length is kept: the freed positions repeat the unit's last byte.
+    std::fill(unit + w, unit + len, last);
+}
+
+} // namespace qrv::h264
+
+namespace {
+
+using qrv::h264::readBE32;
+using qrv::h264::writeBE32;
+
+// ---- Start codes to length prefixes -----------------------------------------
+
+enum class Marker { none, long4, short3 };
+
+// Which start code opens at `i` (i + 4 <= len). A 3-byte code right after a
+// zero byte is the tail of a 4-byte code and does not count again. Codes
+// closer than four bytes to the end are never markers: they stay inside the
+// unit before them.
+Marker markerEndingAt(const uint8_t *b, uint64_t one, uint64_t len, uint64_t *start)
+{
+    if (one < 2 || b[one - 1] != 0 || b[one - 2] != 0)
+        return Marker::none;
+    if (one >= 3 && b[one - 3] == 0) {
+        *start = one - 3;
+        return Marker::long4;
+    }
+    if (one + 2 > len) // a 3-byte code must leave four bytes from its start
+        return Marker::none;
+    *start = one - 2;
+    return Marker::short3;
+}
+
+struct MarkerCount {
+    uint64_t all;
+    uint64_t short3;
+};
+
+MarkerCount countMarkers(const uint8_t *b, uint64_t len)
+{
+    MarkerCount count{0, 0};
+    uint64_t at = 0;
+    while (at < len) {
+        const void *hit = std::memchr(b + at, 0x01, static_cast<size_t>(len - at));
+        if (!hit)
+            break;
+        const uint64_t one = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - b);
+        uint64_t start = 0;
+        const Marker kind = markerEndingAt(b, one, len, &start);
+        count.all += kind != Marker::none;
+        count.short3 += kind == Marker::short3;
+        at = one + 1;
+    }
+    return count;
+}
+
+// Widens every 3-byte code and writes each unit's length over its code, from
+// the last marker back to the first, so that every byte moves once.
+void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
+{
+    uint64_t shift = shortCodes;
+    uint64_t segmentEnd = len;
+    uint64_t nextField = len + shortCodes; // new end, then each later field
+    for (uint64_t one = len; one-- > 2;) {
+        if (b[one] != 0x01)
+            continue;
+        uint64_t start = 0;
+        const Marker kind = markerEndingAt(b, one, len, &start);
+        if (kind == Marker::none)
+            continue;
+        std::memmove(b + start + shift, b + start, static_cast<size_t>(segmentEnd - start));
+        // A widened code keeps its leading 00 twice: the field starts one
+        // byte before the moved code.
+        const uint64_t field = kind == Marker::short3 ? start + shift - 1 : start + shift;
+        writeBE32(b + field, static_cast<uint32_t>(nextField - field - 4));
+        nextField = field;
+        segmentEnd = start;
+        if (kind == Marker::short3)
+            --shift;
+    }
+}
+
+// ---- Walking units --------------------------------------------------------------
+
+constexpr size_t kAvccReadLimit = 512; // longer boxes are read as if cut here
+constexpr size_t kReaderPad = 8;       // the bit reader may touch one byte past its end
+
+enum NalType : uint8_t {
+    kNalUnspecified = 0,
+    kNalSliceFirst = 1,
+    kNalSliceLast = 5,
+    kNalSei = 6,
+    kNalSps = 7,
+    kNalPps = 8,
+};
+
+kx_bitstream readerOver(const uint8_t *unit, uint64_t len)
+{
+    kx_bitstream bs{};
+    bs.buffer = reinterpret_cast<uintptr_t>(unit);
+    bs.byte_size = static_cast<uintptr_t>(len);
+    bs.bit_end = static_cast<uintptr_t>(len * 8);
+    return bs;
+}
+
+// The box is read through a padded private copy so that neither the
+// 512-byte window nor the reader's look past its end can leave the caller's
+// box, whose own size field says how far it reaches.
+void readLeadingAvcc(const uint8_t *avcc, SPS_DECODED *sps, PPS_DECODED *pps)
+{
+    uint8_t box[kAvccReadLimit + kReaderPad] = {};
+    const uint64_t declared = readBE32(avcc);
+    const size_t extent = static_cast<size_t>(std::clamp<uint64_t>(declared, 4, kAvccReadLimit));
+    std::memcpy(box, avcc, extent);
+    kx_bitstream bs = readerOver(box, kAvccReadLimit);
+    qrvutilReadAvcc(&bs, sps, pps);
+}
+
+struct WalkRecords {
+    SPS_DECODED *sps;
+    PPS_DECODED *pps;
+};
+
+void decodeUnit(uint8_t *unit, uint64_t len, uint8_t before, const WalkRecords &rec)
+{
+    const uint8_t type = unit[0] & 0x1F;
+    kx_bitstream bs = readerOver(unit, len);
+    if (type >= kNalSliceFirst && type <= kNalSliceLast) {
+        SLICE_HEADER scratch{};
+        qrvutilRead_SliceHeader(&bs, &scratch, rec.sps, rec.pps, type);
+    } else if (type == kNalSps) {
+        *rec.sps = SPS_DECODED{};
+        qrvutilRead_SPS(&bs, rec.sps);
+    } else if (type == kNalPps) {
+        // Cleared first: the tail look-ahead starts from the record's value.
+        *rec.pps = PPS_DECODED{};
+        qrvutilRead_PPS(&bs, rec.pps);
+    } else if (type == kNalSei) {
+        // Only the cleaning is kept from SEI handling: the message parse
+        // that follows it moves a read position and returns nothing.
+        qrv::h264::cleanSeiUnit(unit, static_cast<size_t>(len), before);
+    }
+}
+
+} // namespace
+
+QRV_EXTERN_C_BEGIN
+
+QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
+{
+    if (len < 1 || !buf)
+        return len;
+    const uint64_t n = static_cast<uint64_t>(len);
+    const MarkerCount markers = countMarkers(buf, n);
+    if (markers.all == 0) {
+        // No start code: the first four bytes become a length covering the
+        // rest, as if a code stood there. Shorter buffers have no room.
+        if (n >= 4)
+            writeBE32(buf, static_cast<uint32_t>(n - 4));
+        return len;
+    }
+    widenAndFrame(buf, n, markers.short3);
+    // The caller sized the buffer for the widening; the length wraps as an
+    // int only beyond what an int-sized buffer can hold.
+    return static_cast<int>(static_cast<uint32_t>(n + markers.short3));
+}
+
+QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len)
+{
+    if (len == 0 || !buf)
+        return len;
+    if (len >= 4 && readBE32(buf) == qrv::h264::kStartCodeField)
+        return len;
+    uint64_t at = 0;
+    while (at + 4 <= len) {
+        const uint32_t unitLen = readBE32(buf + at);
+        if (unitLen == 0)
+            return static_cast<unsigned>(at); // the data ends before this field
+        if (unitLen >= len - at)
+            return len; // an overrunning length ends the walk; earlier codes stay
+        writeBE32(buf + at, qrv::h264::kStartCodeField);
+        at += 4 + uint64_t{unitLen};
+    }
+    return len;
+}
+
+QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED *pps,
+                                const unsigned char *avcc)
+{
+    // Null records are replaced by scratch ones so that slice headers can
+    // still be read; nothing of them reaches the caller.
+    SPS_DECODED scratchSps{};
+    PPS_DECODED scratchPps{};
+    const WalkRecords rec{sps ? sps : &scratchSps, pps ? pps : &scratchPps};
+    if (avcc)
+        readLeadingAvcc(avcc, rec.sps, rec.pps);
+    if (!units || !units->data)
+        return 0;
+
+    uint8_t *data = units->data;
+    const uint64_t end = units->length;
+    int count = 0;
+    uint64_t h = 0;
+    while (h + 4 < end) {
+        // Each unit's field is read afresh: start code or length.
+        const uint32_t field = readBE32(data + h);
+        uint64_t len = field == qrv::h264::kStartCodeField
+                           ? qrv::h264::startCodeUnitLength(data, h, end)
+                           : field;
+        const uint64_t payload = h + 4;
+        // A unit running past the end is not counted. In start-code form the
+        // last unit always measures so, and is therefore never decoded.
+        if (len > end - payload)
+            break;
+        uint8_t *unit = data + payload;
+        if ((unit[0] & 0x1F) == kNalUnspecified) {
+            // Resynchronise over zero padding: move one byte on and, when the
+            // field began with a zero, step over every further zero byte,
+            // each one lengthening the unit.
+            const bool zeroLead = data[h] == 0;
+            ++h;
+            while (zeroLead && h < end && data[h] == 0) {
+                ++h;
+                ++len;
+            }
+        } else {
+            decodeUnit(unit, len, data[payload - 1], rec);
+        }
+        ++count;
+        h += 4 + len;
+    }
+    return count;
+}
+
+QRV_EXTERN_C_END
