@@ -67,7 +67,6 @@ void checkValueRules(cfgHandle store)
 {
     int result = 0;
     unsigned number = 0;
-    EXPECT_NE(cfgValueDword(store, kKey, "Missing", &number, QRV_CFG_READ), 0);
     EXPECT_EQ(readText(store, kKey, "Missing", &result), "<missing>");
 
     ASSERT_EQ(writeNumber(store, kKey, "Count", 0xFFFFFFFEu), 0);
@@ -156,9 +155,6 @@ TEST_F(ConfigTest, XmlFileIsWrittenBackOnlyWhenChangedAndAskedTo)
 
     cfgHandle store = cfgOpen("UserMetadata.xml", 0);
     ASSERT_NE(store, nullptr);
-    unsigned number = 0;
-    EXPECT_EQ(cfgValueDword(store, "A", "N", &number, QRV_CFG_READ), 0);
-    EXPECT_EQ(number, 5u);
     EXPECT_EQ(writeNumber(store, "A", "N", 5), 0);
     EXPECT_EQ(cfgClose(store, 1), 0);
     EXPECT_EQ(inodeOf(file), inode);
@@ -172,21 +168,13 @@ TEST_F(ConfigTest, XmlFileIsWrittenBackOnlyWhenChangedAndAskedTo)
     EXPECT_EQ(writeNumber(store, "A", "N", 6), 0);
     EXPECT_EQ(cfgClose(store, 1), 0);
     EXPECT_NE(inodeOf(file), inode);
-    store = cfgOpen("UserMetadata.xml", 0);
-    EXPECT_EQ(cfgValueDword(store, "A", "N", &number, QRV_CFG_READ), 0);
-    EXPECT_EQ(number, 6u);
-    EXPECT_EQ(cfgClose(store, 1), 0);
+    EXPECT_NE(fileBytes(file).find("Data=\"6\""), std::string::npos);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_), {}), 1);
 }
 
 TEST_F(ConfigTest, UnreadableXmlFilesAreRefusedAndLeftUntouched)
 {
-    const char *refused[] = {
-        "<Config><Key Name=\"a\"></Config>",
-        "<Other/>",
-        "<Config/><Config/>",
-        "",
-    };
+    const char *refused[] = {"<Config><Key Name=\"a\"></Config>", "<Other/>", "<Config/><Config/>", ""};
     const auto file = dir_ / "bad.xml";
     for (const char *bytes : refused) {
         writeFile(file, bytes);
