@@ -224,7 +224,7 @@ int nameOf(const mcmdXlat *rows, size_t count, unsigned value, char *name) {
 }
 
 int valueOf(const mcmdXlat *rows, size_t count, const char *name, unsigned *value) {
-    const mcmdXlat *row = findName(rows, count, name);
+    const mcmdXlat *row = name ? findName(rows, count, name) : nullptr;
     if (!row) return -1;
     if (value) *value = row->value;
     return 0;
