@@ -116,7 +116,7 @@ void addFlags(TraceLine &line, const MEDIACMD &cmd) {
 }  // namespace
 
 void __dbgout_mediacmd(MEDIACMD *cmd) {
-    /* State polling is far too frequent to trace. */
+    /* ctGetState and ctSetState are left out of the trace on purpose. */
     if (!cmd || cmd->Cmd == ctGetState || cmd->Cmd == ctSetState) return;
     try {
         TraceLine line;
