@@ -20,6 +20,13 @@ void formatLine(char (&line)[QRV_LOG_LINE_MAX], const char *format, va_list args
 
 void deliver(int level, const char *line) { activeServices().logLine(level, line); }
 
+void logErrorLine(const char *format, va_list args)
+{
+    char line[QRV_LOG_LINE_MAX];
+    formatLine(line, format, args);
+    deliver(QRV_LOG_ERROR, line);
+}
+
 }  // namespace
 
 bool debugOutputEnabled()
@@ -50,12 +57,10 @@ void logError(const char *format, ...)
 {
     if (!format)
         return;
-    char line[QRV_LOG_LINE_MAX];
     va_list args;
     va_start(args, format);
-    qrv::host::formatLine(line, format, args);
+    qrv::host::logErrorLine(format, args);
     va_end(args);
-    qrv::host::deliver(QRV_LOG_ERROR, line);
 }
 
 /* The category word and the two reserved arguments select nothing here:
@@ -67,12 +72,10 @@ void logErrorFormat(unsigned category, int a, int b, const char *format, ...)
     (void)b;
     if (!format)
         return;
-    char line[QRV_LOG_LINE_MAX];
     va_list args;
     va_start(args, format);
-    qrv::host::formatLine(line, format, args);
+    qrv::host::logErrorLine(format, args);
     va_end(args);
-    qrv::host::deliver(QRV_LOG_ERROR, line);
 }
 
 int logDebug(const char *text)
