@@ -19,5 +19,9 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/qrvutilConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/qrvutilConfig.cmake
   ${PROJECT_BINARY_DIR}/qrvutilConfigVersion.cmake DESTINATION ${QRV_CMAKE_DIR})
 
+# The .pc file finds its prefix from its own place, so an installed tree
+# may be moved (or installed with --prefix) and still be found.
+file(RELATIVE_PATH QRV_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" QRV_PC_TO_PREFIX "${QRV_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/qrvutil.pc.in ${PROJECT_BINARY_DIR}/qrvutil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/qrvutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
