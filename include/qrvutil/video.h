@@ -105,7 +105,8 @@ QRV_API int vidConvertTC(unsigned *frame, unsigned toType, unsigned rate, unsign
 QRV_EXTERN_C_END
 
 #ifdef __cplusplus
-/* Rate/scale of a measured frame rate: 0 with a canonical pair; 1 with
+/* Rate/scale of a measured frame rate (pass a double: a plain int argument
+ * would match both overloads): 0 with a canonical pair; 1 with
  * (integer part) * 100 / 100 when the rate is not a known one; -1 for a null
  * pointer. Rates of 14-15.5, 47-48.5, 71-72.5 and 100-120 fps are first folded
  * into 23-60 (x2, /2, /3, /4), so the pair describes the folded rate. */
