@@ -76,11 +76,25 @@ uint8_t *readEntry(kx_bitstream *bs, uint32_t n)
     if (bytes)
         std::memset(bytes, 0, size);
     for (uint32_t i = 0; i < n; ++i) {
+        if (bs->bit_pos > bs->bit_end) {
+            // Past the end every byte reads as FF; skip the bit-by-bit reads.
+            if (bytes)
+                std::memset(bytes + i, 0xFF, n - i);
+            bs->bit_pos += uintptr_t{n - i} * 8;
+            break;
+        }
         const uint32_t byte = ReadBits(bs, 8);
         if (bytes)
             bytes[i] = static_cast<uint8_t>(byte);
     }
     return bytes;
+}
+
+// Entry lengths are 16-bit fields; a read past the box end yields all-ones
+// bits, which are kept to the field's width.
+uint32_t readEntryLength(kx_bitstream *bs)
+{
+    return ReadBits(bs, 16) & 0xFFFF;
 }
 
 kx_bitstream readerOver(const uint8_t *bytes, uint32_t n)
@@ -216,13 +230,13 @@ QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps
 
     const uint32_t spsCount = ReadBits(bs, 8) & 0x1F;
     for (uint32_t i = 0; i < spsCount; ++i) {
-        const uint32_t n = ReadBits(bs, 16);
+        const uint32_t n = readEntryLength(bs);
         haveSps |= readParameterSet(bs, n, i == 0 ? &firstSps : nullptr, qrvutilRead_SPS);
     }
 
     const uint32_t ppsCount = ReadBits(bs, 8);
     for (uint32_t i = 0; i < ppsCount && bs->bit_pos < bs->bit_end; ++i) {
-        const uint32_t n = ReadBits(bs, 16);
+        const uint32_t n = readEntryLength(bs);
         if (n > kMaxPpsEntry) {
             // Passed over unread; its slot stays empty, so a long first
             // entry leaves no PPS to return.

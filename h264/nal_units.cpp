@@ -140,6 +140,8 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
         segmentEnd = start;
         if (kind == Marker::short3)
             --shift;
+        // The field just written may hold 00 00 01: go on below the code.
+        one = start;
     }
 }
 

@@ -202,6 +202,30 @@ TEST(MarkerToSize, MatchesStepwiseConversionOnRandomStreams)
     }
 }
 
+TEST(MarkerToSize, MatchesStepwiseConversionWithLongUnits)
+{
+    // Unit lengths from 256 up put 00 00 01 and 00 01 into the fields.
+    std::mt19937 rng(99);
+    for (int round = 0; round < 300; ++round) {
+        Bytes data;
+        for (int unit = 0; unit < 4; ++unit) {
+            const size_t payload = (rng() % 8 == 0) ? 65536 + rng() % 600 : rng() % 700;
+            if (rng() & 1)
+                data.push_back(0);
+            data.insert(data.end(), {0, 0, 1});
+            for (size_t i = 0; i < payload; ++i)
+                data.push_back(static_cast<uint8_t>(0x80 | (rng() & 0x7F)));
+        }
+        Bytes ours(data), theirs(data);
+        ours.resize(data.size() + 4);
+        theirs.resize(data.size() + 8);
+        const int got = convert(ours, data.size());
+        const int want = stepwiseMarkerToSize(theirs, static_cast<int>(data.size()));
+        ASSERT_EQ(got, want) << "round " << round;
+        ASSERT_TRUE(std::equal(ours.begin(), ours.begin() + got, theirs.begin())) << "round " << round;
+    }
+}
+
 TEST(MarkerToSize, LinearOnStreamsDenseWithShortCodes)
 {
     // Two million 3-byte codes: moving the tail once per code would not
