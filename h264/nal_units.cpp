@@ -33,19 +33,44 @@ uint64_t startCodeUnitLength(const uint8_t *data, uint64_t field, uint64_t end)
     return next < end ? next - payload : end - field;
 }
 
+namespace {
+
+// First position from 1 on whose byte is 03 or 0C after two zero bytes (the
+// byte before the unit counting as one), or `len`. Zero bytes are rare in
+// SEI payloads, so memchr finds the candidates.
+size_t firstSeiRemoval(const uint8_t *unit, size_t len, uint8_t before)
+{
+    const auto removable = [](uint8_t b) { return b == 0x03 || b == 0x0C; };
+    if (len > 1 && before == 0 && unit[0] == 0 && removable(unit[1]))
+        return 1;
+    for (size_t at = 0; at + 2 < len;) {
+        const void *hit = std::memchr(unit + at, 0, len - 2 - at);
+        if (!hit)
+            break;
+        at = static_cast<size_t>(static_cast<const uint8_t *>(hit) - unit);
+        if (unit[at + 1] == 0 && removable(unit[at + 2]))
+            return at + 2;
+        ++at;
+    }
+    return len;
+}
+
+} // namespace
+
 void cleanSeiUnit(uint8_t *unit, size_t len, uint8_t before)
 {
-    if (len < 2)
+    const size_t first = firstSeiRemoval(unit, len, before);
+    if (first >= len)
         return;
-    // One pass with a read and a write index gives the same bytes as sliding
-    // the tail down once per removed byte, in linear time. The byte that
-    // slides into a cleared position is not examined itself, only counted
-    // as a preceding byte for the next position.
+    // From there one pass with a read and a write index gives the same bytes
+    // as sliding the tail down once per removed byte, in linear time. The
+    // byte that slides into a cleared position is not examined itself, only
+    // counted as a preceding byte for the next position.
     const uint8_t last = unit[len - 1];
-    uint8_t older = before;
-    uint8_t prior = unit[0];
-    size_t w = 1;
-    size_t r = 1;
+    uint8_t older = first >= 2 ? unit[first - 2] : before;
+    uint8_t prior = unit[first - 1];
+    size_t w = first;
+    size_t r = first;
     while (r < len) {
         uint8_t byte = unit[r];
         const bool removed = older == 0 && prior == 0 && (byte == 0x03 || byte == 0x0C);
@@ -124,9 +149,11 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
     uint64_t shift = shortCodes;
     uint64_t segmentEnd = len;
     uint64_t nextField = len + shortCodes; // new end, then each later field
-    for (uint64_t one = len; one-- > 2;) {
-        if (b[one] != 0x01)
-            continue;
+    for (uint64_t one = len; one > 2;) {
+        const void *hit = memrchr(b + 2, 0x01, static_cast<size_t>(one - 2));
+        if (!hit)
+            break;
+        one = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - b);
         uint64_t start = 0;
         const Marker kind = markerEndingAt(b, one, len, &start);
         if (kind == Marker::none)

@@ -613,7 +613,7 @@ TEST(FindNalUnits, SeiCleaningMatchesStepwiseRemoval)
         Bytes unit(1 + rng() % 24);
         for (auto &b : unit)
             b = alphabet[rng() % sizeof alphabet];
-        const uint8_t before = alphabet[rng() % 3];
+        const uint8_t before = alphabet[rng() % sizeof alphabet];
         Bytes ours = unit, theirs = unit;
         qrv::h264::cleanSeiUnit(ours.data(), ours.size(), before);
         stepwiseSeiClean(theirs, before);
