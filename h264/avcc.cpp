@@ -157,7 +157,7 @@ void skipExtension(kx_bitstream *bs)
     ReadBits(bs, 8); // chroma_format
     ReadBits(bs, 8); // bit_depth_luma_minus8
     ReadBits(bs, 8); // bit_depth_chroma_minus8
-    const uint32_t entries = ReadBits(bs, 8);
+    const uint32_t entries = ReadBits(bs, 8) & 0xFF;
     for (uint32_t i = 0; i < entries; ++i)
         skipExtensionEntry(bs);
 }
@@ -234,7 +234,7 @@ QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps
         haveSps |= readParameterSet(bs, n, i == 0 ? &firstSps : nullptr, qrvutilRead_SPS);
     }
 
-    const uint32_t ppsCount = ReadBits(bs, 8);
+    const uint32_t ppsCount = ReadBits(bs, 8) & 0xFF;
     for (uint32_t i = 0; i < ppsCount && bs->bit_pos < bs->bit_end; ++i) {
         const uint32_t n = readEntryLength(bs);
         if (n > kMaxPpsEntry) {

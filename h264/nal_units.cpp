@@ -101,10 +101,12 @@ using qrv::h264::writeBE32;
 
 enum class Marker { none, long4, short3 };
 
-// Which start code opens at `i` (i + 4 <= len). A 3-byte code right after a
-// zero byte is the tail of a 4-byte code and does not count again. Codes
-// closer than four bytes to the end are never markers: they stay inside the
-// unit before them.
+// Which start code, if any, ends with the 01 at `one`; `*start` gets its
+// first byte. A 3-byte code right after a zero byte is the tail of a 4-byte
+// code and does not count again. A 3-byte code starting in the last three
+// bytes is no marker: it stays inside the unit before it (a 4-byte code
+// there cannot fit). Whether a byte starts a code depends only on the bytes
+// around it, so the markers can be found in either direction.
 Marker markerEndingAt(const uint8_t *b, uint64_t one, uint64_t len, uint64_t *start)
 {
     if (one < 2 || b[one - 1] != 0 || b[one - 2] != 0)
@@ -238,6 +240,10 @@ void decodeUnit(uint8_t *unit, uint64_t len, uint8_t before, const WalkRecords &
 
 QRV_EXTERN_C_BEGIN
 
+// Kept as peers expect it: zero bytes before a 4-byte code stay in the unit
+// before it, leading bytes before the first code are not framed, and a
+// buffer without any code has its first four bytes overwritten with the
+// length of the rest.
 QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
 {
     if (len < 1 || !buf)
