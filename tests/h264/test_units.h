@@ -8,12 +8,6 @@
 
 class Bits {
 public:
-    Bits() : buf_(4096, 0)
-    {
-        bs_.buffer = reinterpret_cast<uintptr_t>(buf_.data());
-        bs_.byte_size = buf_.size();
-        bs_.bit_end = buf_.size() * 8;
-    }
     Bits &u(int n, uint32_t v)
     {
         WriteBits(&bs_, n, v);
@@ -28,20 +22,16 @@ public:
     Bits &se(int32_t v) { return ue(v <= 0 ? uint32_t(-2 * int64_t(v)) : uint32_t(2 * v - 1)); }
     Bits &stop() // rbsp_stop_one_bit and zero alignment
     {
-        u(1, 1);
-        while (bs_.bit_pos % 8)
+        for (u(1, 1); bs_.bit_pos % 8;)
             u(1, 0);
         return *this;
     }
     uintptr_t bitPos() const { return bs_.bit_pos; }
-    std::vector<uint8_t> bytes() const
-    {
-        return std::vector<uint8_t>(buf_.begin(), buf_.begin() + (bs_.bit_pos + 7) / 8);
-    }
+    std::vector<uint8_t> bytes() const { return {buf_.begin(), buf_.begin() + (bs_.bit_pos + 7) / 8}; }
 
 private:
-    std::vector<uint8_t> buf_;
-    kx_bitstream bs_{};
+    std::vector<uint8_t> buf_ = std::vector<uint8_t>(4096, 0);
+    kx_bitstream bs_{reinterpret_cast<uintptr_t>(buf_.data()), 4096, 4096 * 8, 0};
 };
 
 // A unit held with one readable byte after it, as every reader needs.
@@ -50,27 +40,19 @@ struct Unit {
     {
         storage.push_back(after);
     }
-    kx_bitstream reader()
-    {
-        kx_bitstream bs{};
-        bs.buffer = reinterpret_cast<uintptr_t>(storage.data());
-        bs.byte_size = size;
-        bs.bit_end = size * 8;
-        return bs;
-    }
+    kx_bitstream reader() { return {reinterpret_cast<uintptr_t>(storage.data()), size, size * 8, 0}; }
     std::size_t size;
     std::vector<uint8_t> storage;
 };
 
-// Inserts emulation prevention (byte `epb`) wherever 00 00 precedes a byte
-// of 3 or less, or the given byte itself.
-inline std::vector<uint8_t> escape(const std::vector<uint8_t> &rbsp, uint8_t epb = 0x03)
+// Inserts 03 wherever 00 00 precedes a byte of 3 or less.
+inline std::vector<uint8_t> escape(const std::vector<uint8_t> &rbsp)
 {
     std::vector<uint8_t> out;
     int zeros = 0;
     for (uint8_t b : rbsp) {
-        if (zeros >= 2 && (b <= 3 || b == epb)) {
-            out.push_back(epb);
+        if (zeros >= 2 && b <= 3) {
+            out.push_back(0x03);
             zeros = 0;
         }
         out.push_back(b);
