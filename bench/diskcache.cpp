@@ -41,45 +41,44 @@ bool ensureFile() {
     return std::fclose(out) == 0;
 }
 
+// Reads the whole file in `step`-byte pieces per iteration; both readers
+// share this loop so that only the read itself differs between them.
+template <typename ReadStep>
+void readSequentially(benchmark::State &state, unsigned step, ReadStep readStep) {
+    std::vector<unsigned char> buf(step);
+    bool ok = true;
+    for (auto _ : state) {
+        for (unsigned long long pos = 0; ok && pos + step <= kFileSize; pos += step) {
+            ok = readStep(buf.data(), pos);
+            benchmark::DoNotOptimize(buf.data());
+        }
+        if (!ok) {
+            state.SkipWithError("short read");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kFileSize));
+}
+
 void readThroughCache(benchmark::State &state, unsigned step) {
     osHandle file = osCreateFile(kFilePath, QRV_ACCESS_READ, QRV_SHARE_READ_WRITE, nullptr,
                                  QRV_OPEN_EXISTING, 0, nullptr);
     if (file == QRV_INVALID_FILE) return state.SkipWithError("cannot open the test file");
     CKXDiskCache cache;
     cache.SetHandleAndCacheSize(file, kCacheSize, false);
-    std::vector<unsigned char> buf(step);
-    bool ok = true;
-    for (auto _ : state) {
+    readSequentially(state, step, [&](unsigned char *buf, unsigned long long pos) {
         unsigned done = 0;
-        for (unsigned long long pos = 0; ok && pos + step <= kFileSize; pos += step) {
-            ok = cache.Read(buf.data(), pos, step, &done, 0) == 0 && done == step;
-            benchmark::DoNotOptimize(buf.data());
-        }
-        if (!ok) {
-            state.SkipWithError("short read");
-            break;
-        }
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kFileSize));
+        return cache.Read(buf, pos, step, &done, 0) == 0 && done == step;
+    });
     osCloseFile(file);
 }
 
 void readWithPread(benchmark::State &state, unsigned step) {
     int fd = open(kFilePath, O_RDONLY);
     if (fd < 0) return state.SkipWithError("cannot open the test file");
-    std::vector<unsigned char> buf(step);
-    bool ok = true;
-    for (auto _ : state) {
-        for (unsigned long long pos = 0; ok && pos + step <= kFileSize; pos += step) {
-            ok = pread(fd, buf.data(), step, static_cast<off_t>(pos)) == static_cast<ssize_t>(step);
-            benchmark::DoNotOptimize(buf.data());
-        }
-        if (!ok) {
-            state.SkipWithError("short read");
-            break;
-        }
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kFileSize));
+    readSequentially(state, step, [&](unsigned char *buf, unsigned long long pos) {
+        return pread(fd, buf, step, static_cast<off_t>(pos)) == static_cast<ssize_t>(step);
+    });
     close(fd);
 }
 
