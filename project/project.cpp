@@ -31,6 +31,13 @@ void storePath(char *buffer, const char *path) {
     if (path != nullptr) std::memcpy(buffer, path, strnlen(path, QRV_PROJECT_PATH_MAX - 1));
 }
 
+// Getters copy unbounded: every stored path fits its buffer (see storePath)
+// and the caller's buffer is documented to be as large.
+int copyPath(char *out, const char *stored) {
+    std::strcpy(out, stored);
+    return 0;
+}
+
 // Copies a whole file into the element's "Data" attribute. A file that cannot
 // be opened, is empty or yields no bytes leaves the previous copy in place;
 // file errors are deliberately silent.
@@ -159,11 +166,9 @@ int CKXProjectToXML::SetXMLName(char *name) {
     return 0;
 }
 
-int CKXProjectToXML::GetXMLName(char *out) {
-    std::strcpy(out, m_xmlName);
-    return 0;
-}
+int CKXProjectToXML::GetXMLName(char *out) { return copyPath(out, m_xmlName); }
 
+// SetClipFile and SetEDLName are this one operation over their own part.
 void CKXProjectToXML::setListFile(int part, char *pathBuffer, const char *path) {
     storePath(pathBuffer, path);
     TiXmlElement *element = boundElement(part);
@@ -176,20 +181,14 @@ int CKXProjectToXML::SetClipFile(char *path) {
     return 0;
 }
 
-int CKXProjectToXML::GetClipFile(char *out) {
-    std::strcpy(out, m_clipFile);
-    return 0;
-}
+int CKXProjectToXML::GetClipFile(char *out) { return copyPath(out, m_clipFile); }
 
 int CKXProjectToXML::SetEDLName(char *path) {
     setListFile(kEdlList, m_edlName, path);
     return 0;
 }
 
-int CKXProjectToXML::GetEDLName(char *out) {
-    std::strcpy(out, m_edlName);
-    return 0;
-}
+int CKXProjectToXML::GetEDLName(char *out) { return copyPath(out, m_edlName); }
 
 int CKXProjectToXML::SetConfigString(char *key, char *value) {
     if (key != nullptr) boundElement(kSettings)->SetAttribute(key, value != nullptr ? value : "");
