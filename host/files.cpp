@@ -73,6 +73,36 @@ constexpr unsigned kMaxTransfer = 1u << 30;
 
 unsigned chunkOf(unsigned remaining) { return remaining < kMaxTransfer ? remaining : kMaxTransfer; }
 
+/* Moves `count` bytes with `step` (read(2) or write(2)) in pieces, going on
+ * after interruptions. A step that moves nothing ends the transfer: with
+ * success when `zeroStepError` is 0, else with that error. */
+template <typename Byte, typename Step>
+int transferAll(osHandle handle, Byte *buffer, unsigned count, unsigned *done, int zeroStepError,
+                Step step)
+{
+    if (done)
+        *done = 0;
+    int fd;
+    if (!toDescriptor(handle, &fd))
+        return 0;
+    if (!buffer && count)
+        return fail(EFAULT);
+    unsigned total = 0;
+    while (total < count) {
+        const ssize_t n = step(fd, buffer + total, chunkOf(count - total));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            return fail(errno);
+        if (n == 0)
+            return zeroStepError ? fail(zeroStepError) : 1;
+        total += static_cast<unsigned>(n);
+        if (done)
+            *done = total;
+    }
+    return 1;
+}
+
 osHandle openResolved(const std::string &path, int flags)
 {
     int fd;
@@ -147,54 +177,15 @@ int builtinOsReadFile(osHandle handle, void *buffer, unsigned count, unsigned *d
                       void *overlapped)
 {
     (void)overlapped;
-    if (done)
-        *done = 0;
-    int fd;
-    if (!toDescriptor(handle, &fd))
-        return 0;
-    if (!buffer && count)
-        return fail(EFAULT);
-    unsigned total = 0;
-    while (total < count) {
-        ssize_t n = read(fd, static_cast<char *>(buffer) + total, chunkOf(count - total));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return fail(errno);
-        if (n == 0)
-            break;
-        total += static_cast<unsigned>(n);
-        if (done)
-            *done = total;
-    }
-    return 1;
+    return transferAll(handle, static_cast<char *>(buffer), count, done, 0, ::read);
 }
 
+/* A write that moves nothing is a fault, never an end. */
 int builtinOsWriteFile(osHandle handle, const void *buffer, unsigned count, unsigned *done,
                        void *overlapped)
 {
     (void)overlapped;
-    if (done)
-        *done = 0;
-    int fd;
-    if (!toDescriptor(handle, &fd))
-        return 0;
-    if (!buffer && count)
-        return fail(EFAULT);
-    unsigned total = 0;
-    while (total < count) {
-        ssize_t n = write(fd, static_cast<const char *>(buffer) + total, chunkOf(count - total));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return fail(errno);
-        if (n == 0)
-            return fail(EIO);
-        total += static_cast<unsigned>(n);
-        if (done)
-            *done = total;
-    }
-    return 1;
+    return transferAll(handle, static_cast<const char *>(buffer), count, done, EIO, ::write);
 }
 
 unsigned long long builtinOsSeek(osHandle handle, unsigned long long position)
