@@ -10,16 +10,6 @@ namespace {
 
 constexpr int kFailed = 1;
 
-/* The default store needs no open or close; its store object is stateless. */
-ValueStore *storeFor(cfgHandle handle, SqliteStore &defaultStore)
-{
-    if (handle == QRV_CFG_DEFAULT)
-        return &defaultStore;
-    return xmlStoreFromHandle(handle);
-}
-
-std::string nameOf(const char *valueName) { return valueName ? valueName : ""; }
-
 /* A read of a value stored with the other type fails: a number is never
  * turned into text or back. A missing value fails without a message; only
  * trouble with the store itself is logged. */
@@ -73,6 +63,23 @@ int writeString(ValueStore &store, const std::string &key, const std::string &na
     return store.put(key, name, value) ? 0 : kFailed;
 }
 
+/* Runs `use` with the store behind `handle` (the default store needs no
+ * open or close; its store object is stateless), the normalised key and the
+ * value name. Every failure, running out of memory included, is kFailed. */
+template <typename Use>
+int withStore(cfgHandle handle, const char *keyPath, const char *valueName, Use use)
+{
+    try {
+        SqliteStore defaultStore;
+        ValueStore *store = handle == QRV_CFG_DEFAULT ? &defaultStore : xmlStoreFromHandle(handle);
+        if (!store)
+            return kFailed;
+        return use(*store, normalizeKeyPath(keyPath), std::string(valueName ? valueName : ""));
+    } catch (...) {
+        return kFailed;
+    }
+}
+
 }  // namespace
 
 std::string normalizeKeyPath(const char *keyPath)
@@ -119,55 +126,37 @@ int builtinCfgClose(cfgHandle handle, int save)
 int builtinCfgValueDword(cfgHandle handle, const char *keyPath, const char *valueName,
                          unsigned *value, int direction)
 {
-    try {
-        SqliteStore defaultStore;
-        ValueStore *store = storeFor(handle, defaultStore);
-        if (!store)
-            return kFailed;
-        const std::string key = normalizeKeyPath(keyPath);
+    return withStore(handle, keyPath, valueName, [&](ValueStore &store, const std::string &key,
+                                                     const std::string &name) {
         if (direction == QRV_CFG_READ)
-            return readDword(*store, key, nameOf(valueName), value);
+            return readDword(store, key, name, value);
         if (direction != QRV_CFG_WRITE || !value)
             return kFailed;
         StoredValue stored;
         stored.number = *value;
-        return store->put(key, nameOf(valueName), stored) ? 0 : kFailed;
-    } catch (...) {
-        return kFailed;
-    }
+        return store.put(key, name, stored) ? 0 : kFailed;
+    });
 }
 
 int builtinCfgValueString(cfgHandle handle, const char *keyPath, const char *valueName,
                           char *buffer, unsigned *size, int direction)
 {
-    try {
-        SqliteStore defaultStore;
-        ValueStore *store = storeFor(handle, defaultStore);
-        if (!store)
-            return kFailed;
-        const std::string key = normalizeKeyPath(keyPath);
+    return withStore(handle, keyPath, valueName, [&](ValueStore &store, const std::string &key,
+                                                     const std::string &name) {
         if (direction == QRV_CFG_READ)
-            return size ? readString(*store, key, nameOf(valueName), buffer, size) : kFailed;
+            return size ? readString(store, key, name, buffer, size) : kFailed;
         if (direction != QRV_CFG_WRITE || !buffer)
             return kFailed;
-        return writeString(*store, key, nameOf(valueName), buffer, size);
-    } catch (...) {
-        return kFailed;
-    }
+        return writeString(store, key, name, buffer, size);
+    });
 }
 
 int builtinCfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName)
 {
-    try {
-        SqliteStore defaultStore;
-        ValueStore *store = storeFor(handle, defaultStore);
-        if (!store)
-            return kFailed;
-        return store->remove(normalizeKeyPath(keyPath), nameOf(valueName)) == Found::Yes ? 0
-                                                                                        : kFailed;
-    } catch (...) {
-        return kFailed;
-    }
+    return withStore(handle, keyPath, valueName, [](ValueStore &store, const std::string &key,
+                                                    const std::string &name) {
+        return store.remove(key, name) == Found::Yes ? 0 : kFailed;
+    });
 }
 
 }  // namespace qrv::host
