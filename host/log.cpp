@@ -22,6 +22,8 @@ void deliver(int level, const char *line) { activeServices().logLine(level, line
 
 void logErrorLine(const char *format, va_list args)
 {
+    if (!format)
+        return;
     char line[QRV_LOG_LINE_MAX];
     formatLine(line, format, args);
     deliver(QRV_LOG_ERROR, line);
@@ -55,8 +57,6 @@ void builtinLogLine(int level, const char *line)
 
 void logError(const char *format, ...)
 {
-    if (!format)
-        return;
     va_list args;
     va_start(args, format);
     qrv::host::logErrorLine(format, args);
@@ -70,8 +70,6 @@ void logErrorFormat(unsigned category, int a, int b, const char *format, ...)
     (void)category;
     (void)a;
     (void)b;
-    if (!format)
-        return;
     va_list args;
     va_start(args, format);
     qrv::host::logErrorLine(format, args);
