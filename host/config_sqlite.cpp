@@ -84,6 +84,7 @@ public:
     }
 
     sqlite3 *db() const { return db_; }
+    const std::string &path() const { return path_; }
 
 private:
     std::string path_;
@@ -102,20 +103,30 @@ void bindKey(sqlite3_stmt *statement, const std::string &key, const std::string 
     sqlite3_bind_text(statement, 2, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
 }
 
+/* Readers and removers never create the database: with no database or no
+ * table yet the value is missing, and nothing is logged. */
+Found openExisting(Connection &connection, const char *sql, Statement *statement)
+{
+    if (!databaseExists(connection.path()))
+        return Found::No;
+    if (!connection.open(false))
+        return Found::Error;
+    bool missingTable = false;
+    statement->handle = connection.prepare(sql, &missingTable);
+    if (!statement->handle)
+        return missingTable ? Found::No : Found::Error;
+    return Found::Yes;
+}
+
 }  // namespace
 
 Found SqliteStore::get(const std::string &key, const std::string &name, StoredValue *out)
 {
-    const std::string path = databasePath();
-    if (!databaseExists(path))
-        return Found::No;
-    Connection connection(path);
-    if (!connection.open(false))
-        return Found::Error;
-    bool missingTable = false;
-    Statement select{connection.prepare(kSelect, &missingTable)};
-    if (!select.handle)
-        return missingTable ? Found::No : Found::Error;
+    Connection connection(databasePath());
+    Statement select{nullptr};
+    const Found opened = openExisting(connection, kSelect, &select);
+    if (opened != Found::Yes)
+        return opened;
     bindKey(select.handle, key, name);
     const int step = sqlite3_step(select.handle);
     if (step == SQLITE_DONE)
@@ -165,16 +176,11 @@ bool SqliteStore::put(const std::string &key, const std::string &name, const Sto
 
 Found SqliteStore::remove(const std::string &key, const std::string &name)
 {
-    const std::string path = databasePath();
-    if (!databaseExists(path))
-        return Found::No;
-    Connection connection(path);
-    if (!connection.open(false))
-        return Found::Error;
-    bool missingTable = false;
-    Statement erase{connection.prepare(kDelete, &missingTable)};
-    if (!erase.handle)
-        return missingTable ? Found::No : Found::Error;
+    Connection connection(databasePath());
+    Statement erase{nullptr};
+    const Found opened = openExisting(connection, kDelete, &erase);
+    if (opened != Found::Yes)
+        return opened;
     bindKey(erase.handle, key, name);
     if (sqlite3_step(erase.handle) != SQLITE_DONE) {
         connection.fail("failed to write configuration database");
