@@ -120,27 +120,16 @@ void lookAheadForTail(kx_bitstream *bs, PPS_DECODED *pps)
     }
 }
 
-void readPicScalingMatrix(kx_bitstream *bs, PPS_DECODED *pps)
-{
-    // A transform flag read past the end (-1) shortens the loop to four lists.
-    const int32_t last = 5 + 2 * pps->transform_8x8_mode_flag;
-    for (int32_t i = 0; i <= last; ++i) {
-        pps->pic_scaling_list_present_flag[i] = readFlag(bs);
-        if (!pps->pic_scaling_list_present_flag[i])
-            continue;
-        if (i < 6)
-            readScalingList(bs, pps->ScalingList4x4[i], 16);
-        else
-            readScalingList(bs, pps->ScalingList8x8[i - 6], 64);
-    }
-}
-
 void readTail(kx_bitstream *bs, PPS_DECODED *pps)
 {
     pps->transform_8x8_mode_flag = readFlag(bs);
     pps->pic_scaling_matrix_present_flag = readFlag(bs);
+    // Six lists plus two per transform flag, whatever the chroma format: the
+    // 8x8 lists of 4:4:4 chroma are not read here. A transform flag read past
+    // the end (-1) shortens the loop to four lists.
     if (pps->pic_scaling_matrix_present_flag)
-        readPicScalingMatrix(bs, pps);
+        readScalingMatrix(bs, pps->pic_scaling_list_present_flag, pps->ScalingList4x4,
+                          pps->ScalingList8x8, 6 + 2 * pps->transform_8x8_mode_flag);
     pps->second_chroma_qp_index_offset = readSe(bs);
 }
 

@@ -37,20 +37,6 @@ void readProfileAndLevel(kx_bitstream *bs, SPS_DECODED *sps)
     sps->seq_parameter_set_id = readUeField(bs);
 }
 
-void readSeqScalingMatrix(kx_bitstream *bs, SPS_DECODED *sps)
-{
-    const int lists = sps->chroma_format_idc != 3 ? 8 : 12;
-    for (int i = 0; i < lists; ++i) {
-        sps->seq_scaling_list_present_flag[i] = readFlag(bs);
-        if (!sps->seq_scaling_list_present_flag[i])
-            continue;
-        if (i < 6)
-            readScalingList(bs, sps->ScalingList4x4[i], 16);
-        else
-            readScalingList(bs, sps->ScalingList8x8[i - 6], 64);
-    }
-}
-
 void readChromaFormat(kx_bitstream *bs, SPS_DECODED *sps)
 {
     sps->chroma_format_idc = readUeField(bs);
@@ -61,7 +47,8 @@ void readChromaFormat(kx_bitstream *bs, SPS_DECODED *sps)
     sps->qpprime_y_zero_transform_bypass_flag = readFlag(bs);
     sps->seq_scaling_matrix_present_flag = readFlag(bs);
     if (sps->seq_scaling_matrix_present_flag)
-        readSeqScalingMatrix(bs, sps);
+        readScalingMatrix(bs, sps->seq_scaling_list_present_flag, sps->ScalingList4x4,
+                          sps->ScalingList8x8, sps->chroma_format_idc != 3 ? 8 : 12);
 }
 
 // Profiles without the chroma syntax get 4:2:0 and "minus8" depths of 8 (not
@@ -251,6 +238,20 @@ void qrv::readScalingList(kx_bitstream *bs, int32_t *list, int size)
         }
         list[j] = nextScale == 0 ? lastScale : nextScale;
         lastScale = list[j];
+    }
+}
+
+void qrv::readScalingMatrix(kx_bitstream *bs, int32_t *presentFlags, int32_t (*lists4x4)[16],
+                            int32_t (*lists8x8)[64], int32_t lists)
+{
+    for (int32_t i = 0; i < lists; ++i) {
+        presentFlags[i] = readFlag(bs);
+        if (!presentFlags[i]) // a flag read past the end (-1) counts as present
+            continue;
+        if (i < 6)
+            readScalingList(bs, lists4x4[i], 16);
+        else
+            readScalingList(bs, lists8x8[i - 6], 64);
     }
 }
 

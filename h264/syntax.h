@@ -43,6 +43,12 @@ inline int32_t sliceKind(int32_t slice_type)
 // whether the default matrix was asked for is not recorded.
 void readScalingList(kx_bitstream *bs, int32_t *list, int size);
 
+// The scaling matrix of either parameter set: for each of `lists` lists its
+// present flag and, when set, the list (4x4 for the first six, 8x8 after).
+// Each set gives its own list count.
+void readScalingMatrix(kx_bitstream *bs, int32_t *presentFlags, int32_t (*lists4x4)[16],
+                       int32_t (*lists8x8)[64], int32_t lists);
+
 // Bytes that follow 00 00 and are dropped as emulation prevention. The PPS
 // reader also drops 0C: parameter sets written by older recorders carry it.
 struct RemovableBytes {
