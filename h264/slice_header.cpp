@@ -197,38 +197,30 @@ struct WeightList {
     int32_t (*chromaOffset)[2];
 };
 
+// An entry beyond the record's 64 is read for its length and its values
+// dropped; the flags are single fields and take every entry's flag.
 void readWeightEntry(kx_bitstream *bs, const WeightList &list, int64_t i, bool chroma)
 {
+    const bool keep = i < QRV_MAX_REF_IDX;
     *list.lumaFlag = readFlag(bs);
     if (*list.lumaFlag) { // 1, or -1 when read past the end
-        list.lumaWeight[i] = readSe(bs);
-        list.lumaOffset[i] = readSe(bs);
-    }
-    if (!chroma)
-        return;
-    *list.chromaFlag = readFlag(bs);
-    if (*list.chromaFlag) {
-        for (int j = 0; j < 2; ++j) {
-            list.chromaWeight[i][j] = readSe(bs);
-            list.chromaOffset[i][j] = readSe(bs);
+        const int32_t weight = readSe(bs);
+        const int32_t offset = readSe(bs);
+        if (keep) {
+            list.lumaWeight[i] = weight;
+            list.lumaOffset[i] = offset;
         }
     }
-}
-
-// An entry beyond the record's 64: read for its length, values dropped.
-void dropWeightEntry(kx_bitstream *bs, const WeightList &list, bool chroma)
-{
-    *list.lumaFlag = readFlag(bs);
-    if (*list.lumaFlag) {
-        readSe(bs);
-        readSe(bs);
-    }
     if (!chroma)
         return;
     *list.chromaFlag = readFlag(bs);
-    if (*list.chromaFlag) {
-        for (int k = 0; k < 4; ++k)
-            readSe(bs);
+    for (int j = 0; *list.chromaFlag && j < 2; ++j) {
+        const int32_t weight = readSe(bs);
+        const int32_t offset = readSe(bs);
+        if (keep) {
+            list.chromaWeight[i][j] = weight;
+            list.chromaOffset[i][j] = offset;
+        }
     }
 }
 
@@ -238,17 +230,13 @@ void readWeightList(kx_bitstream *bs, const WeightList &list, int32_t last, bool
 {
     const uint32_t bitsPastEnd = chroma ? 8 : 3;
     for (int64_t i = 0; i <= last; ++i) {
-        if (i < QRV_MAX_REF_IDX) {
-            readWeightEntry(bs, list, i, chroma);
-            continue;
-        }
-        if (skipLoopPastEnd(bs, iterationsLeft(i, last), bitsPastEnd)) {
+        if (i >= QRV_MAX_REF_IDX && skipLoopPastEnd(bs, iterationsLeft(i, last), bitsPastEnd)) {
             *list.lumaFlag = -1;
             if (chroma)
                 *list.chromaFlag = -1;
             break;
         }
-        dropWeightEntry(bs, list, chroma);
+        readWeightEntry(bs, list, i, chroma);
     }
 }
 
@@ -264,6 +252,14 @@ void readReorderingLoop(kx_bitstream *bs, SLICE_HEADER *sh)
         else if (idc == 2)
             sh->long_term_pic_num = readUeField(bs);
     } while (sh->reordering_of_pic_nums_idc != 3 && !IsEndOfStream(bs));
+}
+
+// Both lists share the iteration fields; only the flag is per list.
+void readReorderingList(kx_bitstream *bs, SLICE_HEADER *sh, int32_t *flag)
+{
+    *flag = readFlag(bs);
+    if (*flag)
+        readReorderingLoop(bs, sh);
 }
 
 void readMemoryManagementLoop(kx_bitstream *bs, SLICE_HEADER *sh)
@@ -294,14 +290,9 @@ void read_ref_pic_list_reordering(kx_bitstream *bs, SLICE_HEADER *sh)
     const int32_t kind = sliceKind(sh->slice_type);
     if (isIOrSi(kind))
         return;
-    sh->ref_pic_list_reordering_flag_l0 = readFlag(bs);
-    if (sh->ref_pic_list_reordering_flag_l0)
-        readReorderingLoop(bs, sh);
-    if (kind != kSliceB)
-        return;
-    sh->ref_pic_list_reordering_flag_l1 = readFlag(bs);
-    if (sh->ref_pic_list_reordering_flag_l1)
-        readReorderingLoop(bs, sh);
+    readReorderingList(bs, sh, &sh->ref_pic_list_reordering_flag_l0);
+    if (kind == kSliceB)
+        readReorderingList(bs, sh, &sh->ref_pic_list_reordering_flag_l1);
 }
 
 void read_pred_weight_table(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
