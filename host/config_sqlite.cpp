@@ -1,19 +1,23 @@
 /* The default configuration store: the SQLite database "config.sqlite" in
  * the per-user directory, shared by every process of the user.
  *
- * Each call opens the database, does its one statement and closes it again:
- * the directory is looked up afresh on every call, nothing is shared between
- * threads, and settings are read and written rarely. Several processes may
- * use the database at once: WAL lets readers run beside a writer, a busy
- * timeout makes writers queue, and every write is one statement in its own
- * transaction, so nothing is ever half-written. synchronous=NORMAL with WAL
- * makes a committed value survive a crash of the process (a power failure
- * may lose the last commits, never corrupt the file). */
+ * The directory is looked up afresh on every call. Each thread keeps one
+ * connection between calls, because opening one costs far more than the
+ * statement it runs and a settings load reads a couple of hundred values.
+ * Several processes may use the database at once: WAL lets readers run
+ * beside a writer, a busy timeout makes writers queue, and every write is
+ * one statement in its own transaction, so nothing is ever half-written.
+ * synchronous=NORMAL with WAL makes a committed value survive a crash of the
+ * process (a power failure may lose the last commits, never corrupt the
+ * file). */
+#define _FILE_OFFSET_BITS 64
+
 #include "host/config_store.h"
 #include "host/host_internal.h"
 
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -37,28 +41,105 @@ constexpr char kDelete[] = "DELETE FROM config_values WHERE key=?1 AND name=?2";
 
 std::string databasePath() { return resolveUserPath(kDatabaseName); }
 
-bool databaseExists(const std::string &path)
+/* The file a connection was opened on. */
+struct FileId {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const FileId &other) const
+    {
+        return device == other.device && inode == other.inode;
+    }
+};
+
+bool identify(const char *path, FileId *id)
 {
     struct stat info;
-    return stat(path.c_str(), &info) == 0;
+    if (stat(path, &info) != 0)
+        return false;
+    *id = {info.st_dev, info.st_ino};
+    return true;
 }
 
-/* A connection that closes itself; open() logs its own failures. */
+/* The connection a thread keeps between calls, closed when the thread ends.
+ * It serves only the process that opened it: an SQLite connection must not
+ * be carried across fork(), so a child neither uses nor closes its parent's.
+ * It serves only the file it was opened on, so a moved per-user directory
+ * or a deleted and re-made database gets a connection of its own. Writers
+ * set the database up once per connection; readers never create it. */
+class KeptConnection {
+public:
+    KeptConnection() = default;
+    ~KeptConnection() { drop(); }
+    KeptConnection(const KeptConnection &) = delete;
+    KeptConnection &operator=(const KeptConnection &) = delete;
+
+    /* Null when there is no connection for `path` yet. */
+    sqlite3 *reuse(const std::string &path) const
+    {
+        FileId file;
+        return db_ && pid_ == getpid() && identify(path.c_str(), &file) && file == file_ ? db_
+                                                                                      : nullptr;
+    }
+
+    /* False when the file is gone again, and the connection is not kept. */
+    bool keep(sqlite3 *db, const std::string &path)
+    {
+        drop();
+        if (!identify(path.c_str(), &file_))
+            return false;
+        db_ = db;
+        pid_ = getpid();
+        setUp_ = false;
+        return true;
+    }
+
+    bool setUp() const { return setUp_; }
+    void markSetUp() { setUp_ = true; }
+
+    void drop()
+    {
+        if (db_ && pid_ == getpid())
+            sqlite3_close_v2(db_);
+        db_ = nullptr;
+    }
+
+private:
+    sqlite3 *db_ = nullptr;
+    pid_t pid_ = 0;
+    FileId file_;
+    bool setUp_ = false;
+};
+
+thread_local KeptConnection t_kept;
+
+/* The kept connection for one call; open() logs its own failures, and any
+ * failure drops the kept connection so that the next call starts afresh. */
 class Connection {
 public:
     explicit Connection(std::string path) : path_(std::move(path)) {}
-    ~Connection() { sqlite3_close_v2(db_); }
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
     bool open(bool create)
     {
-        const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
-        if (sqlite3_open_v2(path_.c_str(), &db_, flags, nullptr) != SQLITE_OK)
-            return fail("failed to open configuration database");
-        sqlite3_busy_timeout(db_, kBusyTimeoutMs);
-        if (create && sqlite3_exec(db_, kSetup, nullptr, nullptr, nullptr) != SQLITE_OK)
-            return fail("failed to prepare configuration database");
+        db_ = t_kept.reuse(path_);
+        if (!db_) {
+            const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+            sqlite3 *db = nullptr;
+            const int opened = sqlite3_open_v2(path_.c_str(), &db, flags, nullptr);
+            db_ = db;
+            if (opened != SQLITE_OK || !t_kept.keep(db, path_)) {
+                fail("failed to open configuration database");
+                sqlite3_close_v2(db);
+                return false;
+            }
+            sqlite3_busy_timeout(db, kBusyTimeoutMs);
+        }
+        if (create && !t_kept.setUp()) {
+            if (sqlite3_exec(db_, kSetup, nullptr, nullptr, nullptr) != SQLITE_OK)
+                return fail("failed to prepare configuration database");
+            t_kept.markSetUp();
+        }
         return true;
     }
 
@@ -80,6 +161,7 @@ public:
     {
         logError("%s %s: %s", what, path_.c_str(),
                  db_ ? sqlite3_errmsg(db_) : "out of memory");
+        t_kept.drop();
         return false;
     }
 
@@ -107,7 +189,8 @@ void bindKey(sqlite3_stmt *statement, const std::string &key, const std::string 
  * table yet the value is missing, and nothing is logged. */
 Found openExisting(Connection &connection, const char *sql, Statement *statement)
 {
-    if (!databaseExists(connection.path()))
+    FileId file;
+    if (!identify(connection.path().c_str(), &file))
         return Found::No;
     if (!connection.open(false))
         return Found::Error;

@@ -33,7 +33,7 @@ public:
 /* "\a\\b\" and "a\b" name the same key: empty components are dropped. */
 std::string normalizeKeyPath(const char *keyPath);
 
-/* The default store, the per-user SQLite database, opened for each call. */
+/* The default store, the per-user SQLite database. */
 class SqliteStore final : public ValueStore {
 public:
     Found get(const std::string &key, const std::string &name, StoredValue *out) override;

@@ -241,7 +241,7 @@ TEST_F(ConfigTest, AWrittenValueSurvivesAKilledWriter)
     EXPECT_EQ(readText(QRV_CFG_DEFAULT, kKey, "Title", &result), "before the crash");
 }
 
-TEST_F(ConfigTest, TheDirectoryMayMoveBetweenCalls)
+TEST_F(ConfigTest, TheDirectoryMayMoveOrBeEmptiedBetweenCalls)
 {
     useDirectory(dir_ / "first");
     EXPECT_EQ(writeNumber(QRV_CFG_DEFAULT, "K", "V", 1), 0);
@@ -253,6 +253,12 @@ TEST_F(ConfigTest, TheDirectoryMayMoveBetweenCalls)
     EXPECT_EQ(cfgValueDword(QRV_CFG_DEFAULT, "K", "V", &number, QRV_CFG_READ), 0);
     EXPECT_EQ(number, 1u);
     EXPECT_TRUE(std::filesystem::exists(dir_ / "second" / "config.sqlite"));
+    // A database deleted between calls is gone, and the next write makes a
+    // new one at the same path.
+    std::filesystem::remove_all(dir_ / "first");
+    EXPECT_NE(cfgValueDword(QRV_CFG_DEFAULT, "K", "V", &number, QRV_CFG_READ), 0);
+    EXPECT_EQ(writeNumber(QRV_CFG_DEFAULT, "K", "V", 3), 0);
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "first" / "config.sqlite"));
 }
 
 }  // namespace
