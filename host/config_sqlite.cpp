@@ -10,6 +10,7 @@
  * synchronous=NORMAL with WAL makes a committed value survive a crash of the
  * process (a power failure may lose the last commits, never corrupt the
  * file). */
+/* Without it a 32-bit stat() fails on files with 64-bit inode numbers. */
 #define _FILE_OFFSET_BITS 64
 
 #include "host/config_store.h"

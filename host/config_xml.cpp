@@ -16,6 +16,9 @@
  * file in the same directory that is synced and renamed over the old one, so
  * that a reader sees either the old file or the new one. A file this store
  * cannot read is never written: open fails and says why. */
+/* Without it a 32-bit stat() fails on files with 64-bit inode numbers. */
+#define _FILE_OFFSET_BITS 64
+
 #include "host/config_store.h"
 #include "host/host_internal.h"
 

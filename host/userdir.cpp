@@ -1,4 +1,7 @@
 /* The per-user directory and the resolution of bare file names into it. */
+/* Without it a 32-bit stat() fails on files with 64-bit inode numbers. */
+#define _FILE_OFFSET_BITS 64
+
 #include "host/host_internal.h"
 
 #include <pwd.h>
