@@ -51,7 +51,7 @@ TEST_F(Project, NewDocumentAndSettings) {
     char rate[] = "Rate", odd[] = "Odd", big[] = "Big", none[] = "None", text[] = "12abc";
     project.SetConfigDWORD(rate, 30);
     project.SetConfigString(odd, text);
-    project.SetConfigDWORD(big, 4000000000u);
+    project.SetConfigDWORD(big, 4000000000u);  // stored as "-294967296"
     char out[16] = "untouched";
     project.GetConfigString(none, out);
     EXPECT_STREQ(out, "untouched");
@@ -59,7 +59,7 @@ TEST_F(Project, NewDocumentAndSettings) {
     EXPECT_STREQ(out, "30");
     EXPECT_EQ(project.GetConfigDWORD(odd), 12u);
     EXPECT_EQ(project.GetConfigDWORD(none), 0u);
-    EXPECT_EQ(project.GetConfigDWORD(big), 4000000000u);  // stored as "-294967296"
+    EXPECT_EQ(project.GetConfigDWORD(big), 4000000000u);
 
     std::string longName(2000, 'x');  // cut to fit the object's buffer
     project.SetXMLName(longName.data());
@@ -93,16 +93,16 @@ TEST_F(Project, MovedListsAreFoundAndLostOnesRecreated) {
     EXPECT_EQ(slurp(dir / "reel.clp"), clipText);
 }
 
+// A loaded file may lack elements: they read as empty, and a setter creates
+// them in file order.
 TEST_F(Project, LoadedDocumentsWithoutSomeElements) {
     spit(xmlName, "<?xml version=\"1.0\" ?>\n<Settings Rate=\"25\" />\n");
+    spit(edlName, "x");
     CKXProjectToXML project;
     ASSERT_EQ(project.LoadXMLFile(xmlName.data()), 1);
     EXPECT_EQ(get(&CKXProjectToXML::GetClipFile, project), "");
-    char rate[] = "Rate", scan[] = "Scan", value[] = "i";
-    EXPECT_EQ(project.GetConfigDWORD(rate), 25u);
-
-    spit(edlName, "x");
-    project.SetEDLName(edlName.data());    // created ahead of Settings
+    char scan[] = "Scan", value[] = "i";
+    project.SetEDLName(edlName.data());
     project.SetConfigString(scan, value);  // goes to the loaded Settings
     ASSERT_EQ(project.SaveXMLFile(), 1);
     EXPECT_EQ(slurp(xmlName), "<?xml version=\"1.0\" ?>\n<EdlList EdlName=\"" + edlName +
