@@ -29,16 +29,35 @@ namespace {
 constexpr char kDatabaseName[] = "config.sqlite";
 constexpr int kBusyTimeoutMs = 5000;
 
+/* The table is made before the switch to WAL, so that the switch is
+ * written into the database file itself. A database made in WAL mode stays
+ * an empty file until its first checkpoint, which a kept connection may
+ * put off for long; another process would take that empty file for a
+ * database still to be set up and fail to switch it while the first one
+ * holds it open. */
 constexpr char kSetup[] =
-    "PRAGMA journal_mode=WAL;"
-    "PRAGMA synchronous=NORMAL;"
     "CREATE TABLE IF NOT EXISTS config_values("
     " key TEXT NOT NULL, name TEXT NOT NULL, type INTEGER NOT NULL,"
-    " num INTEGER, text TEXT, PRIMARY KEY(key, name));";
+    " num INTEGER, text TEXT, PRIMARY KEY(key, name));"
+    "PRAGMA journal_mode=WAL;"
+    "PRAGMA synchronous=NORMAL;";
 constexpr char kSelect[] = "SELECT type, num, text FROM config_values WHERE key=?1 AND name=?2";
 constexpr char kUpsert[] =
     "INSERT OR REPLACE INTO config_values(key, name, type, num, text) VALUES(?1, ?2, ?3, ?4, ?5)";
 constexpr char kDelete[] = "DELETE FROM config_values WHERE key=?1 AND name=?2";
+
+/* The switch to WAL may meet a lock that another process holds for a
+ * moment while it opens or sets up the same database; SQLite reports that
+ * at once instead of waiting. The setup changes nothing when repeated. */
+constexpr int kSetupAttempts = 3;
+
+bool runSetup(sqlite3 *db)
+{
+    int result = SQLITE_BUSY;
+    for (int attempt = 0; attempt < kSetupAttempts && result == SQLITE_BUSY; ++attempt)
+        result = sqlite3_exec(db, kSetup, nullptr, nullptr, nullptr);
+    return result == SQLITE_OK;
+}
 
 std::string databasePath() { return resolveUserPath(kDatabaseName); }
 
@@ -137,7 +156,7 @@ public:
             sqlite3_busy_timeout(db, kBusyTimeoutMs);
         }
         if (create && !t_kept.setUp()) {
-            if (sqlite3_exec(db_, kSetup, nullptr, nullptr, nullptr) != SQLITE_OK)
+            if (!runSetup(db_))
                 return fail("failed to prepare configuration database");
             t_kept.markSetUp();
         }
