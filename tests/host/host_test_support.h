@@ -15,24 +15,8 @@
 
 namespace qrvtest {
 
-inline std::vector<std::pair<int, std::string>> &capturedLines()
-{
-    static std::vector<std::pair<int, std::string>> lines;
-    return lines;
-}
+inline std::vector<std::pair<int, std::string>> capturedLines;
 
-inline void captureLine(int level, const char *line) { capturedLines().emplace_back(level, line); }
-
-inline bool loggedContaining(const std::string &part)
-{
-    for (const auto &line : capturedLines())
-        if (line.second.find(part) != std::string::npos)
-            return true;
-    return false;
-}
-
-/* Captures log lines and points the per-user directory at an empty
- * directory of its own for the duration of a test. */
 class HostTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -43,12 +27,13 @@ protected:
         std::filesystem::remove_all(dir_);
         std::filesystem::create_directories(dir_);
         useDirectory(dir_);
-        capturedLines().clear();
+        capturedLines.clear();
         qrvHostServices services{};
-        services.logLine = captureLine;
+        services.logLine = keepLine;
         qrvSetHostServices(&services);
     }
     void TearDown() override { qrvResetHostServices(); }
+    static void keepLine(int level, const char *line) { capturedLines.emplace_back(level, line); }
 
     static void useDirectory(const std::filesystem::path &dir)
     {
