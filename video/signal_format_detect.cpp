@@ -193,34 +193,30 @@ uint32_t code2398(const Picture &p)
     return kNoMatch;
 }
 
+/* 720 lines, then 1034-1125 lines, then the wide rasters, at a high rate. */
+uint32_t highRateRaster(const Picture &p, bool lines1080, uint32_t rate)
+{
+    if (is720Height(p.h))
+        return k720P | rate;
+    if (lines1080)
+        return k1080P | rate;
+    return byWidth(p, rate);
+}
+
 /* 47.95 fps and above: 720- and 1080-line pictures are progressive codes
  * whatever the material says. */
 uint32_t highRateCode(const Picture &p)
 {
     const bool lines1080 = between(p.h, 1034, 1125);
-    if (p.fps >= 60) {
-        if (is720Height(p.h))
-            return k720P | kR60;
-        if (lines1080)
-            return k1080P | kR60;
-        return byWidth(p, kR60);
-    }
+    if (p.fps >= 60)
+        return highRateRaster(p, lines1080, kR60);
     if (p.fps >= 59 && p.fps < 60) {
         if (p.w == 2048 && p.h == 1080)
             return k2048x1080P | kR5994;
-        if (is720Height(p.h))
-            return k720P | kR5994;
-        if (lines1080)
-            return k1080P | kR5994;
-        return byWidth(p, kR5994);
+        return highRateRaster(p, lines1080, kR5994);
     }
-    if (p.fps >= 50 && p.fps < 59) {
-        if (is720Height(p.h))
-            return k720P | kR50;
-        if (lines1080)
-            return k1080P | kR50;
-        return byWidth(p, kR50);
-    }
+    if (p.fps >= 50 && p.fps < 59)
+        return highRateRaster(p, lines1080, kR50);
     if (p.fps >= 48 && p.fps < 50)
         return lines1080 ? k1080P | kR48 : kNoMatch;
     if (p.fps >= 47 && p.fps < 48)
