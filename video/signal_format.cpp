@@ -132,14 +132,6 @@ int sizeAsText(uint32_t size)
 
 } // namespace
 
-const NamedFormat *findNamedFormat(uint32_t code)
-{
-    for (const auto &f : kNamedFormats)
-        if (f.code == code)
-            return &f;
-    return nullptr;
-}
-
 void resetMatrixSetting()
 {
     g_forcedMatrix = kMatrixNotRead;

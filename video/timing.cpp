@@ -137,14 +137,6 @@ void normalizeByQuotient(unsigned *rate, unsigned *scale)
 
 } // namespace
 
-const RateCode *findRateCode(uint32_t rateCode)
-{
-    for (const auto &e : kRateCodes)
-        if (e.code == rateCode)
-            return &e;
-    return nullptr;
-}
-
 double framesPerSecond(uint32_t rate, uint32_t scale)
 {
     if (scale == 0)

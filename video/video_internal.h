@@ -9,10 +9,20 @@
 
 namespace qrv::video {
 
+/* The entry of `table` whose code is `code`, or null. */
+template <typename Entry, size_t N>
+const Entry *findByCode(const Entry (&table)[N], uint32_t code)
+{
+    for (const Entry &entry : table)
+        if (entry.code == code)
+            return &entry;
+    return nullptr;
+}
+
 /* The named format of `code`, or null. */
-const NamedFormat *findNamedFormat(uint32_t code);
+inline const NamedFormat *findNamedFormat(uint32_t code) { return findByCode(kNamedFormats, code); }
 /* The entry of a rate code (bits 0-8 of a signal format), or null. */
-const RateCode *findRateCode(uint32_t rateCode);
+inline const RateCode *findRateCode(uint32_t rateCode) { return findByCode(kRateCodes, rateCode); }
 
 /* rate / scale in double without dividing by zero: a zero scale gives
  * +infinity (or NaN for 0/0), as the IEEE division would. */
