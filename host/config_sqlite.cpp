@@ -205,9 +205,11 @@ void bindKey(sqlite3_stmt *statement, const std::string &key, const std::string 
     sqlite3_bind_text(statement, 2, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
 }
 
-/* Readers and removers never create the database: with no database or no
- * table yet the value is missing, and nothing is logged. */
-Found openExisting(Connection &connection, const char *sql, Statement *statement)
+/* Prepares `sql` for the value `key`/`name`. Readers and removers never
+ * create the database: with no database or no table yet the value is
+ * missing, and nothing is logged. */
+Found openExisting(Connection &connection, const char *sql, const std::string &key,
+                   const std::string &name, Statement *statement)
 {
     FileId file;
     if (!identify(connection.path().c_str(), &file))
@@ -218,6 +220,7 @@ Found openExisting(Connection &connection, const char *sql, Statement *statement
     statement->handle = connection.prepare(sql, &missingTable);
     if (!statement->handle)
         return missingTable ? Found::No : Found::Error;
+    bindKey(statement->handle, key, name);
     return Found::Yes;
 }
 
@@ -227,10 +230,9 @@ Found SqliteStore::get(const std::string &key, const std::string &name, StoredVa
 {
     Connection connection(databasePath());
     Statement select{nullptr};
-    const Found opened = openExisting(connection, kSelect, &select);
+    const Found opened = openExisting(connection, kSelect, key, name, &select);
     if (opened != Found::Yes)
         return opened;
-    bindKey(select.handle, key, name);
     const int step = sqlite3_step(select.handle);
     if (step == SQLITE_DONE)
         return Found::No;
@@ -281,10 +283,9 @@ Found SqliteStore::remove(const std::string &key, const std::string &name)
 {
     Connection connection(databasePath());
     Statement erase{nullptr};
-    const Found opened = openExisting(connection, kDelete, &erase);
+    const Found opened = openExisting(connection, kDelete, key, name, &erase);
     if (opened != Found::Yes)
         return opened;
-    bindKey(erase.handle, key, name);
     if (sqlite3_step(erase.handle) != SQLITE_DONE) {
         connection.fail("failed to write configuration database");
         return Found::Error;
