@@ -14,4 +14,11 @@
 #define QRV_EXTERN_C_END
 #endif
 
+/* One compile-time check for record layouts, usable from C11 and C++. */
+#ifdef __cplusplus
+#define QRV_STATIC_ASSERT(cond, what) static_assert(cond, what)
+#else
+#define QRV_STATIC_ASSERT(cond, what) _Static_assert(cond, what)
+#endif
+
 #endif
