@@ -1,4 +1,7 @@
-/* MEDIACMD XML writer: the document that carries a command between programs. */
+/* MEDIACMD XML writer: the document that carries a command between programs.
+ * One layout serves both outputs: MediaCmdToXML builds a TinyXML tree and
+ * MediaCmdToXMLString writes the same text TinyXML would print from it,
+ * straight into the block it returns. */
 #include <qrvutil/host.h>
 #include <qrvutil/mediacmd_xml.h>
 
@@ -8,12 +11,11 @@
 
 #include "mediacmd/mediacmd_internal.h"
 #include "mediacmd/xml_names.h"
+#include "mediacmd/xml_outputs.h"
 
 using namespace qrv::mediacmd;
 
 namespace {
-
-constexpr char kComment[] = " Korvane MEDIACMD xml structure version 1,0 ";
 
 /* Names of the timecode types; a type not listed gets no TcType attribute. */
 struct TcTypeName {
@@ -43,38 +45,52 @@ void reportException(const char *what) {
     logErrorFormat(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n\r", what);
 }
 
-TiXmlElement *addElement(TiXmlElement *parent, const char *name) {
-    auto *element = new TiXmlElement(name);
-    parent->LinkEndChild(element);
-    return element;
+/* Longest integer and timecode texts, terminator included. */
+constexpr size_t kIntegerTextSize = 40;
+constexpr size_t kTimecodeTextSize = 32;
+
+/* An integer or timecode text in a small local buffer. */
+struct ShortText {
+    char text[kIntegerTextSize] = {};
+    size_t length() const { return std::strlen(text); }
+};
+
+ShortText integerText(int value, int radix) {
+    ShortText t;
+    intToString(value, t.text, radix);
+    return t;
 }
 
-TiXmlElement *addTextElement(TiXmlElement *parent, const char *name, const std::string &text) {
-    TiXmlElement *element = addElement(parent, name);
-    element->LinkEndChild(new TiXmlText(text));
-    return element;
+ShortText timecodeText(int32_t frames, uint32_t form) {
+    static_assert(kTimecodeTextSize <= kIntegerTextSize, "one buffer serves both");
+    ShortText t;
+    tcToString(static_cast<uint32_t>(frames), form, t.text);
+    return t;
 }
 
-void addValueElement(TiXmlElement *parent, const char *name, int value) {
-    addElement(parent, name)->SetAttribute("Value", value);
+template <class Out>
+void textElement(Out &out, const char *name, const char *text, size_t length) {
+    out.open(name);
+    out.text(text, length);
+    out.close();
 }
 
-template <size_t N>
-void setFlagAttributes(TiXmlElement *element, uint32_t flags, const FlagAttribute (&rows)[N]) {
+template <class Out>
+void textElement(Out &out, const char *name, const ShortText &text) {
+    textElement(out, name, text.text, text.length());
+}
+
+template <class Out>
+void valueElement(Out &out, const char *name, int value) {
+    out.open(name);
+    out.attribute("Value", value);
+    out.close();
+}
+
+template <class Out, size_t N>
+void flagAttributes(Out &out, uint32_t flags, const FlagAttribute (&rows)[N]) {
     for (const FlagAttribute &row : rows)
-        if (flags & row.flag) element->SetAttribute(row.name, 1);
-}
-
-std::string integerText(int value, int radix) {
-    char text[40] = {};
-    intToString(value, text, radix);
-    return text;
-}
-
-std::string timecodeText(int32_t frames, uint32_t form) {
-    char text[32] = {};
-    tcToString(static_cast<uint32_t>(frames), form, text);
-    return text;
+        if (flags & row.flag) out.attribute(row.name, 1);
 }
 
 /* Percent of normal speed, truncated toward zero. */
@@ -82,55 +98,62 @@ int speedPercent(int32_t speed) {
     return static_cast<int>(static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL);
 }
 
-/* Text of the bytes [p, p + limit) up to their first zero. */
-std::string boundedText(const char *p, size_t limit) {
-    return std::string(p, boundedLength(p, limit));
-}
-
 /* ---- Header elements ---------------------------------------------------------- */
 
-void writeLinks(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeLinks(Out &out, const MEDIACMD *cmd) {
     const struct {
         const char *name;
         uint64_t value;
     } links[] = {{"prev", cmd->prev}, {"next", cmd->next}, {"list", cmd->list}};
     /* Only the low 32 bits of a link travel. */
     for (const auto &link : links)
-        if (link.value) addValueElement(root, link.name, static_cast<int>(link.value & 0xFFFFFFFFu));
+        if (link.value) valueElement(out, link.name, static_cast<int>(link.value & 0xFFFFFFFFu));
 }
 
-void writeCommand(TiXmlElement *root, const MEDIACMD *cmd) {
-    TiXmlElement *element = addTextElement(root, "Cmd", kCommandTexts[cmd->Cmd].xml);
-    element->SetAttribute("Value", static_cast<int>(cmd->Cmd));
-    setFlagAttributes(element, cmd->cmdFlags, kCmdFlagAttributes);
+template <class Out>
+void writeCommand(Out &out, const MEDIACMD *cmd) {
+    const char *name = kCommandTexts[cmd->Cmd].xml;
+    out.open("Cmd");
+    out.attribute("Value", static_cast<int>(cmd->Cmd));
+    flagAttributes(out, cmd->cmdFlags, kCmdFlagAttributes);
+    out.text(name, std::strlen(name));
+    out.close();
 }
 
 /* ctPlay and ctRecord always say their speed; without cfUseSpeed the value
  * is normal speed but the text still shows the record's own Speed field. */
-void writeSpeed(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeSpeed(Out &out, const MEDIACMD *cmd) {
     const uint32_t flags = cmd->cmdFlags;
     int value = cmd->Speed;
     if (!(flags & cfUseSpeed)) {
         if (!(flags & cfIsShuttle) && cmd->Cmd != ctPlay && cmd->Cmd != ctRecord) return;
         value = MEDIACMD_SPEED_NORMAL;
     }
-    TiXmlElement *element = addTextElement(root, "Speed", integerText(speedPercent(cmd->Speed), 25));
-    element->SetAttribute("Value", value);
-    if (flags & cfIsShuttle) element->SetAttribute("IsShuttle", 1);
+    const ShortText text = integerText(speedPercent(cmd->Speed), 25);
+    out.open("Speed");
+    out.attribute("Value", value);
+    if (flags & cfIsShuttle) out.attribute("IsShuttle", 1);
+    out.text(text.text, text.length());
+    out.close();
 }
 
-void writeTracks(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeTracks(Out &out, const MEDIACMD *cmd) {
     if (!(cmd->cmdFlags & cfUsePresets)) return;
-    addValueElement(root, "VideoChannels", static_cast<int>(cmd->VideoChannels));
-    addValueElement(root, "AudioChannels", static_cast<int>(cmd->AudioChannels));
-    addValueElement(root, "InfoChannels", static_cast<int>(cmd->InfoChannels));
+    valueElement(out, "VideoChannels", static_cast<int>(cmd->VideoChannels));
+    valueElement(out, "AudioChannels", static_cast<int>(cmd->AudioChannels));
+    valueElement(out, "InfoChannels", static_cast<int>(cmd->InfoChannels));
 }
 
-void writeCmdAlt(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeCmdAlt(Out &out, const MEDIACMD *cmd) {
     if (!(cmd->cmdFlags & kCmdAltFlags)) return;
-    TiXmlElement *element = addElement(root, "CmdAlt");
-    element->SetAttribute("Value", static_cast<int>(cmd->CmdAlt));
-    setFlagAttributes(element, cmd->cmdFlags, kCmdAltAttributes);
+    out.open("CmdAlt");
+    out.attribute("Value", static_cast<int>(cmd->CmdAlt));
+    flagAttributes(out, cmd->cmdFlags, kCmdAltAttributes);
+    out.close();
 }
 
 /* ---- Position, Start and End ------------------------------------------------------ */
@@ -144,34 +167,37 @@ struct PointElement {
     uint32_t offsetFlag; /* flag written as IsOffset */
 };
 
-void writePoint(TiXmlElement *root, const PointElement &point, uint32_t flags) {
-    std::string text;
-    if (isFrameCount(point.tcCode))
-        text = integerText(point.value, point.frameRadix);
-    else
-        text = timecodeText(point.value, point.queueForm ? kQueueTcForm : kTypedTcForm | point.tcCode);
-    TiXmlElement *element = addTextElement(root, point.name, text);
-    element->SetAttribute("Value", point.value);
-    if (const char *name = tcTypeName(point.tcCode)) element->SetAttribute("TcType", name);
-    if (flags & point.offsetFlag) element->SetAttribute("IsOffset", 1);
-    setFlagAttributes(element, flags, kPointAttributes);
+template <class Out>
+void writePoint(Out &out, const PointElement &point, uint32_t flags) {
+    const ShortText text =
+        isFrameCount(point.tcCode)
+            ? integerText(point.value, point.frameRadix)
+            : timecodeText(point.value, point.queueForm ? kQueueTcForm : kTypedTcForm | point.tcCode);
+    out.open(point.name);
+    out.attribute("Value", point.value);
+    if (const char *name = tcTypeName(point.tcCode)) out.attribute("TcType", name);
+    if (flags & point.offsetFlag) out.attribute("IsOffset", 1);
+    flagAttributes(out, flags, kPointAttributes);
+    out.text(text.text, text.length());
+    out.close();
 }
 
 /* Start and End texts use the queue-position form under different rules;
  * both are kept, as documents already written depend on them. */
-void writePoints(TiXmlElement *root, const MEDIACMD *cmd, uint32_t tcCode) {
+template <class Out>
+void writePoints(Out &out, const MEDIACMD *cmd, uint32_t tcCode) {
     const uint32_t flags = cmd->cmdFlags;
-    writePoint(root, {"Position", cmd->Position, tcCode, 10, false, cfUsePositionOffset}, flags);
+    writePoint(out, {"Position", cmd->Position, tcCode, 10, false, cfUsePositionOffset}, flags);
     /* Once Position is a frame count, so are Start and End. */
     if (isFrameCount(tcCode)) tcCode = 0;
     if (flags & (cfUseStart | cfUseStartOffset)) {
         const bool queue = cmd->CmdAlt >= kGsInsertQueue;
-        writePoint(root, {"Start", cmd->Start, tcCode, 25, queue, cfUseStartOffset}, flags);
+        writePoint(out, {"Start", cmd->Start, tcCode, 25, queue, cfUseStartOffset}, flags);
     }
     if (flags & (cfUseEnd | cfUseEndOffset)) {
         const bool queue = (cmd->CmdAlt == kGsInsertQueue || cmd->CmdAlt == kGsXlatQueue) &&
                            isValueCommand(cmd->Cmd);
-        writePoint(root, {"End", cmd->End, tcCode, 25, queue, cfUseEndOffset}, flags);
+        writePoint(out, {"End", cmd->End, tcCode, 25, queue, cfUseEndOffset}, flags);
     }
 }
 
@@ -179,145 +205,159 @@ void writePoints(TiXmlElement *root, const MEDIACMD *cmd, uint32_t tcCode) {
 
 /* Every read of the area stays inside the record, whatever its bytes say. */
 
-void writeMetadata(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeMetadata(Out &out, const MEDIACMD *cmd) {
+    static constexpr char kReplayCount[] = "REPLAY_COUNT";
     const char *data = area(cmd);
-    const std::string tag = boundedText(data, kAreaSize);
-    addTextElement(root, "MetaTag", tag);
+    const size_t tagLength = boundedLength(data, kAreaSize);
+    textElement(out, "MetaTag", data, tagLength);
     if (cmd->Speed == 1) {
         /* The value follows the tag and its zero, at End + 1. */
         const int64_t at = static_cast<int64_t>(cmd->End) + 1;
         const bool inside = at >= 0 && at < static_cast<int64_t>(kAreaSize);
-        addTextElement(root, "MetaData",
-                       inside ? boundedText(data + at, kAreaSize - static_cast<size_t>(at)) : "");
+        const char *value = inside ? data + at : "";
+        textElement(out, "MetaData", value,
+                    inside ? boundedLength(value, kAreaSize - static_cast<size_t>(at)) : 0);
     } else {
-        addTextElement(root, "MetaData", integerText(cmd->Start, 10));
+        textElement(out, "MetaData", integerText(cmd->Start, 10));
     }
-    if (tag == "REPLAY_COUNT")
-        addTextElement(root, "PageRequest", integerText(static_cast<int>(cmd->InfoChannels), 10));
+    if (tagLength == sizeof kReplayCount - 1 && std::memcmp(data, kReplayCount, tagLength) == 0)
+        textElement(out, "PageRequest", integerText(static_cast<int>(cmd->InfoChannels), 10));
 }
 
-void writeChannelName(TiXmlElement *root, const MEDIACMD *cmd) {
-    addTextElement(root, "chanName", boundedText(area(cmd), kAreaSize));
+template <class Out>
+void writeChannelName(Out &out, const MEDIACMD *cmd) {
+    textElement(out, "chanName", area(cmd), boundedLength(area(cmd), kAreaSize));
 }
 
-/* hostAlloc'd text, released however the element building ends. */
-struct HostText {
-    char *text;
-    ~HostText() { hostFree(text); }
-};
-
-void writeBinary(TiXmlElement *root, const MEDIACMD *cmd) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
+/* "length" says StructSize - 76 whatever it is; the bytes written stop at
+ * the end of the record. */
+template <class Out>
+void writeBinary(Out &out, const MEDIACMD *cmd) {
     const int length = static_cast<int>(cmd->StructSize - MEDIACMD_AREA_OFFSET);
     size_t count = length > 0 ? static_cast<size_t>(length) : 0;
     if (count > kAreaSize) count = kAreaSize;
-    HostText hex{static_cast<char *>(hostAlloc(count * 2 + 4))};
-    TiXmlElement *element = addElement(root, "arbID");
-    element->SetAttribute("Type", "hex");
-    element->SetAttribute("length", length);
-    if (!hex.text) return;
-    const auto *bytes = reinterpret_cast<const unsigned char *>(area(cmd));
-    for (size_t i = 0; i < count; ++i) {
-        hex.text[2 * i] = kDigits[bytes[i] >> 4];
-        hex.text[2 * i + 1] = kDigits[bytes[i] & 0xF];
-    }
-    hex.text[2 * count] = 0;
-    element->LinkEndChild(new TiXmlText(hex.text));
+    out.open("arbID");
+    out.attribute("Type", "hex");
+    out.attribute("length", length);
+    out.hexText(reinterpret_cast<const unsigned char *>(area(cmd)), count);
+    out.close();
 }
 
 /* The ninth byte of the area: zero when ClipID is an ordinary 8-character
  * identifier followed by FileName. */
 bool clipIdTerminated(const MEDIACMD *cmd) { return area(cmd)[8] == 0; }
 
+template <class Out>
+void writeClipID(Out &out, const MEDIACMD *cmd) {
+    textElement(out, "ClipID", cmd->ClipID, boundedLength(cmd->ClipID, sizeof cmd->ClipID));
+}
+
 /* metabasefilename: "name$unique" splits into UniqueID and FileName, and the
  * '$' in the caller's record becomes the name's terminator. */
-void writeMetabaseFileName(TiXmlElement *root, MEDIACMD *cmd) {
+template <class Out>
+void writeMetabaseFileName(Out &out, MEDIACMD *cmd) {
     if (!clipIdTerminated(cmd)) return;
-    addTextElement(root, "ClipID", boundedText(cmd->ClipID, sizeof cmd->ClipID));
+    writeClipID(out, cmd);
     size_t length = boundedLength(cmd->FileName, kFileNameSize);
     if (char *dollar = static_cast<char *>(std::memchr(cmd->FileName, '$', length))) {
-        addTextElement(root, "UniqueID", std::string(dollar + 1, cmd->FileName + length));
+        textElement(out, "UniqueID", dollar + 1, static_cast<size_t>(cmd->FileName + length - dollar - 1));
         *dollar = 0;
         length = static_cast<size_t>(dollar - cmd->FileName);
     }
-    addTextElement(root, "FileName", std::string(cmd->FileName, length));
+    textElement(out, "FileName", cmd->FileName, length);
 }
 
-void writeLongName(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeLongName(Out &out, const MEDIACMD *cmd) {
     const char *name = area(cmd);
     const size_t length = boundedLength(name, kAreaSize);
     if (length == 0 || length >= cmd->StructSize - 77u) return;
     try {
-        addTextElement(root, "FileName", std::string(name, length));
+        textElement(out, "FileName", name, length);
     } catch (...) {
         reportException("Exception: MediaCmdToXML() ");
     }
 }
 
-void writeClipAndFile(TiXmlElement *root, const MEDIACMD *cmd) {
-    addTextElement(root, "ClipID", boundedText(cmd->ClipID, sizeof cmd->ClipID));
+template <class Out>
+void writeClipAndFile(Out &out, const MEDIACMD *cmd) {
+    writeClipID(out, cmd);
     const size_t length = boundedLength(cmd->FileName, kFileNameSize);
     try {
         if (length == 0) {
             /* A metadata request names its clip twice. */
             if (cmd->CmdAlt == kGsMetadata)
-                addTextElement(root, "FileName", boundedText(cmd->ClipID, sizeof cmd->ClipID));
+                textElement(out, "FileName", cmd->ClipID, boundedLength(cmd->ClipID, sizeof cmd->ClipID));
         } else if (length < cmd->StructSize - 86u) {
-            addTextElement(root, "FileName", std::string(cmd->FileName, length));
+            textElement(out, "FileName", cmd->FileName, length);
         }
     } catch (...) {
         reportException("Exception:  MediaCmdToXML(ClipID) ");
     }
 }
 
-void writeGeneralArea(TiXmlElement *root, const MEDIACMD *cmd) {
+template <class Out>
+void writeGeneralArea(Out &out, const MEDIACMD *cmd) {
     if (clipIdTerminated(cmd))
-        writeClipAndFile(root, cmd);
+        writeClipAndFile(out, cmd);
     else
-        writeLongName(root, cmd);
+        writeLongName(out, cmd);
 }
 
-void writeNamedArea(TiXmlElement *root, MEDIACMD *cmd) {
+template <class Out>
+void writeNamedArea(Out &out, MEDIACMD *cmd) {
     if (cmd->CmdAlt == kGsMetabaseFileName)
-        writeMetabaseFileName(root, cmd);
+        writeMetabaseFileName(out, cmd);
     else
-        writeGeneralArea(root, cmd);
+        writeGeneralArea(out, cmd);
 }
 
-void writeTrailingArea(TiXmlElement *root, MEDIACMD *cmd) {
+template <class Out>
+void writeTrailingArea(Out &out, MEDIACMD *cmd) {
     const uint32_t alt = cmd->CmdAlt;
     if (alt == kGsMetabaseGetTag) {
-        writeMetadata(root, cmd);
+        writeMetadata(out, cmd);
     } else if (!isValueCommand(cmd->Cmd)) {
-        writeNamedArea(root, cmd);
+        writeNamedArea(out, cmd);
     } else if (alt == kGsQrvType) {
-        writeChannelName(root, cmd);
+        writeChannelName(out, cmd);
     } else if (alt == kGsFrameData || alt == kGsPreviewFrame) {
-        writeBinary(root, cmd);
+        writeBinary(out, cmd);
     } else if (alt > kGsMetabaseGetTag) {
-        writeGeneralArea(root, cmd);
+        writeGeneralArea(out, cmd);
     } else {
-        writeNamedArea(root, cmd);
+        writeNamedArea(out, cmd);
     }
 }
 
-int buildDocument(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType) {
-    doc->LinkEndChild(new TiXmlDeclaration("1.0", "iso-8859-1", ""));
-    auto *root = new TiXmlElement("MediaCmd");
-    doc->LinkEndChild(root);
-    root->LinkEndChild(new TiXmlComment(kComment));
-    writeLinks(root, cmd);
-    addValueElement(root, "CmdID", static_cast<int>(cmd->CmdID));
-    addValueElement(root, "StructSize", static_cast<int>(cmd->StructSize));
-    addValueElement(root, "Channel", cmd->Channel);
+template <class Out>
+int writeDocument(Out &out, MEDIACMD *cmd, unsigned tcType) {
+    out.begin();
+    writeLinks(out, cmd);
+    valueElement(out, "CmdID", static_cast<int>(cmd->CmdID));
+    valueElement(out, "StructSize", static_cast<int>(cmd->StructSize));
+    valueElement(out, "Channel", cmd->Channel);
     if (cmd->Cmd > kLastXmlCommand) return -1;
-    writeCommand(root, cmd);
-    writeSpeed(root, cmd);
-    writeTracks(root, cmd);
-    writeCmdAlt(root, cmd);
-    writePoints(root, cmd, tcType & 0xFFu);
-    if (cmd->cmdFlags & cfUseClipID) writeTrailingArea(root, cmd);
+    writeCommand(out, cmd);
+    writeSpeed(out, cmd);
+    writeTracks(out, cmd);
+    writeCmdAlt(out, cmd);
+    writePoints(out, cmd, tcType & 0xFFu);
+    if (cmd->cmdFlags & cfUseClipID) writeTrailingArea(out, cmd);
+    out.end();
     return 0;
+}
+
+/* Room for the longest text a record can give: the fixed elements with
+ * their longest numbers and names, and, when the trailing area is written,
+ * two area-long texts (a metadata tag and its value) each byte of which may
+ * print as six. The block returned may so be larger than its text. */
+constexpr size_t kFixedTextRoom = 3072;
+constexpr size_t kAreaTextRoom = TextOutput::escapedRoom(2 * kAreaSize + 2 * kIntegerTextSize);
+
+size_t textRoom(const MEDIACMD *cmd) {
+    return kFixedTextRoom + (cmd->cmdFlags & cfUseClipID ? kAreaTextRoom : 0);
 }
 
 }  // namespace
@@ -325,30 +365,33 @@ int buildDocument(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType) {
 int MediaCmdToXML(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType) {
     if (!doc || !cmd) return -1;
     try {
-        return buildDocument(doc, cmd, tcType);
+        TreeOutput out(doc);
+        return writeDocument(out, cmd, tcType);
     } catch (...) {
         reportException("Exception: MediaCmdToXML() ");
         return -1;
     }
 }
 
+/* Without a block to write to (a null `out`, or no memory) the layout still
+ * runs, so the record is changed exactly as when the text is written. */
 int MediaCmdToXMLString(char **out, MEDIACMD *cmd, unsigned tcType) {
-    try {
-        TiXmlDocument doc;
-        const int status = MediaCmdToXML(&doc, cmd, tcType);
-        if (status != 0) return status;
-        std::string text;
-        text << doc;
-        if (text.empty() || !out) return status;
-        auto *block = static_cast<char *>(hostAlloc(text.size() + 1));
-        if (!block) return status;
-        std::memcpy(block, text.c_str(), text.size() + 1);
-        *out = block;
+    if (!cmd) return -1;
+    const size_t room = textRoom(cmd);
+    char *block = out ? static_cast<char *>(hostAlloc(room)) : nullptr;
+    TextOutput text(block, block ? room : 0);
+    const int status = writeDocument(text, cmd, tcType);
+    if (status != 0 || !block || text.overflowed()) {
+        hostFree(block);
+        if (status == 0 && block) {
+            reportException("Exception: MediaCmdToXML() ");
+            return -1;
+        }
         return status;
-    } catch (...) {
-        reportException("Exception: MediaCmdToXML() ");
-        return -1;
     }
+    text.finish(block);
+    *out = block;
+    return status;
 }
 
 int MediaCmdFreeXMLString(char **str) {

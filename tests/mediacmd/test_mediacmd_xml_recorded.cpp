@@ -292,6 +292,54 @@ TEST(XmlRecorded, WriterTextsAndRecordsStayAsRecorded) {
     checkAgainstRecord("xml_writer_digests.txt", groupDigests(kWriterCases, digestWriterCase));
 }
 
+/* The text written straight into the block is the text TinyXML prints from
+ * the tree MediaCmdToXML builds, record change and status included. */
+TEST(XmlRecorded, TextIsWhatTinyXmlPrintsFromTheTree) {
+    for (uint32_t i = 0; i < 4 * kWriterCases; ++i) {
+        unsigned tcType = 0;
+        MEDIACMD viaTree = writerCase(i, &tcType);
+        MEDIACMD viaText = viaTree;
+        TiXmlDocument doc;
+        const int treeStatus = MediaCmdToXML(&doc, &viaTree, tcType);
+        std::string printed;
+        printed << doc;
+        char *text = nullptr;
+        ASSERT_EQ(treeStatus, MediaCmdToXMLString(&text, &viaText, tcType)) << i;
+        ASSERT_EQ(treeStatus == 0 ? printed : std::string("(none)"), text ? text : "(none)") << i;
+        ASSERT_EQ(0, std::memcmp(&viaTree, &viaText, sizeof viaTree)) << i;
+        MediaCmdFreeXMLString(&text);
+    }
+}
+
+/* The longest texts a record can give still fit the block: every flag, the
+ * longest numbers and names, and an area of bytes that each print as six. */
+TEST(XmlRecorded, LongestTextsFitTheBlock) {
+    for (const uint32_t alt : {166u, 25u, 162u, 150u, 60002u, 1234u}) {
+        for (const char fill : {'"', '\x01', '$'}) {
+            MEDIACMD cmd;
+            initMediaCmd(&cmd, alt == 166 ? ctSetState : ctValueSupported);
+            cmd.cmdFlags = 0xFFFFFFFFu;
+            cmd.CmdAlt = alt;
+            cmd.prev = cmd.next = cmd.list = 0x80000000u;
+            cmd.Channel = cmd.Position = cmd.Start = cmd.End = INT32_MIN;
+            cmd.Speed = alt == 166 ? 1 : INT32_MIN;
+            if (alt == 166) cmd.End = -1; /* the value is the tag again */
+            cmd.VideoChannels = cmd.AudioChannels = cmd.InfoChannels = 0x80000000u;
+            std::memset(areaOf(cmd), fill, MEDIACMD_AREA_SIZE - 1);
+            if (alt == 150) areaOf(cmd)[8] = 0;
+            TiXmlDocument doc;
+            MEDIACMD copy = cmd;
+            ASSERT_EQ(0, MediaCmdToXML(&doc, &copy, 2));
+            std::string printed;
+            printed << doc;
+            char *text = nullptr;
+            ASSERT_EQ(0, MediaCmdToXMLString(&text, &cmd, 2)) << alt;
+            EXPECT_EQ(printed, text);
+            MediaCmdFreeXMLString(&text);
+        }
+    }
+}
+
 TEST(XmlRecorded, ReaderRecordsStayAsRecorded) {
     checkAgainstRecord("xml_reader_digests.txt", groupDigests(kReaderCases, digestReaderCase));
 }
