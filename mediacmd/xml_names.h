@@ -25,6 +25,9 @@ constexpr FlagAttribute kCmdFlagAttributes[] = {
     {"NoClipFiles", cfNoClipFiles}, {"NoTCSpaces", cfNoTCSpaces},
 };
 
+/* The attribute of the "Speed" element after its Value. */
+constexpr FlagAttribute kSpeedAttributes[] = {{"IsShuttle", cfIsShuttle}};
+
 /* The time attributes of the "CmdAlt" element. */
 constexpr FlagAttribute kCmdAltAttributes[] = {
     {"TimeMs", cfTimeMs},

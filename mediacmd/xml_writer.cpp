@@ -134,7 +134,7 @@ void writeSpeed(Out &out, const MEDIACMD *cmd) {
     const ShortText text = integerText(speedPercent(cmd->Speed), 25);
     out.open("Speed");
     out.attribute("Value", value);
-    if (flags & cfIsShuttle) out.attribute("IsShuttle", 1);
+    flagAttributes(out, flags, kSpeedAttributes);
     out.text(text.text, text.length());
     out.close();
 }

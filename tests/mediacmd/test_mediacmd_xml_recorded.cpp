@@ -340,6 +340,25 @@ TEST(XmlRecorded, LongestTextsFitTheBlock) {
     }
 }
 
+/* Attribute numbers read exactly as sscanf("%d") reads them on this build,
+ * numbers beyond 32 bits included (which differ between 32- and 64-bit). */
+TEST(XmlRecorded, NumbersReadAsTheCLibraryReadsThem) {
+    const char *const numbers[] = {
+        "0", "-0", "+0", " \t\n\v\f\r42", "-", "+", "", " ", "+-1", "--1", "- 1", "1 2", "0x1F",
+        "12abc", "007", "2147483647", "2147483648", "-2147483648", "-2147483649", "4294967295",
+        "4294967296", "9223372036854775807", "9223372036854775808", "-9223372036854775808",
+        "-9223372036854775809", "99999999999999999999999", "-99999999999999999999999",
+        "18446744073709551615", "18446744073709551616", "\xA0" "5", "\x85" "5", "1e9"};
+    for (const char *number : numbers) {
+        int expected = 0x5A5A5A5A;
+        const bool reads = std::sscanf(number, "%d", &expected) == 1;
+        MEDIACMD cmd;
+        const std::string xml = std::string("<MediaCmd><Channel Value=\"") + number + "\"/></MediaCmd>";
+        ASSERT_EQ(0, MediaCmdFromXMLString(&cmd, nullptr, xml.c_str())) << number;
+        EXPECT_EQ(reads ? expected : -1, cmd.Channel) << "\"" << number << "\"";
+    }
+}
+
 TEST(XmlRecorded, ReaderRecordsStayAsRecorded) {
     checkAgainstRecord("xml_reader_digests.txt", groupDigests(kReaderCases, digestReaderCase));
 }
