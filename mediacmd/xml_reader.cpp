@@ -9,10 +9,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "host/xml_parse.h"
 #include "mediacmd/mediacmd_internal.h"
 #include "mediacmd/xml_names.h"
 
 using namespace qrv::mediacmd;
+using qrv::host::parseXmlCopy;
 
 namespace {
 
@@ -385,8 +387,10 @@ int MediaCmdFromXMLString(MEDIACMD *cmd, unsigned *tcType, const char *xml) {
     if (!cmd) return -1;
     try {
         TiXmlDocument doc;
-        /* Parse errors are not checked: they leave no root. */
-        if (xml && opensFewTags(xml)) doc.Parse(xml);
+        /* Parse errors are not checked: they leave no root. The text is
+         * parsed from a copy with zero bytes after it, so that a text ending
+         * inside a multi-byte character is not read past. */
+        if (xml && opensFewTags(xml)) parseXmlCopy(&doc, xml, std::strlen(xml), TIXML_DEFAULT_ENCODING);
         return readDocument(cmd, tcType, doc);
     } catch (...) {
         logErrorFormat(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n\r",

@@ -3,6 +3,8 @@
 #include <qrvutil/host.h>
 #include <qrvutil/project.h>
 
+#include "host/xml_parse.h"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -135,7 +137,9 @@ unsigned char CKXProjectToXML::LoadXMLFile(char *path) {
     storePath(m_clipFile, nullptr);
     storePath(m_edlName, nullptr);
     storePath(m_xmlName, path);
-    bool loaded = m_document->LoadFile(m_xmlName, TIXML_DEFAULT_ENCODING);
+    // Read with zero bytes after the text, so that a file ending inside a
+    // multi-byte character is not read past.
+    bool loaded = qrv::host::loadXmlFile(m_document, m_xmlName, TIXML_DEFAULT_ENCODING);
     rebindElements();
     restoreListFile(kClipList, m_clipFile);
     restoreListFile(kEdlList, m_edlName);
