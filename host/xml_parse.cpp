@@ -3,6 +3,7 @@
 
 #include "host/host_internal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -54,7 +55,8 @@ char *readPadded(osHandle file, TiXmlDocument *doc) {
 
 }  // namespace
 
-bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEncoding encoding) {
+bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEncoding encoding,
+                  size_t *stop) {
     char local[kStackText];
     if (length > length + kXmlPadding) return false;
     const bool small = length <= sizeof local - kXmlPadding;
@@ -62,7 +64,9 @@ bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEnco
     if (!copy) return false;
     std::memcpy(copy, text, length);
     std::memset(copy + length, 0, kXmlPadding);
-    doc->Parse(copy, nullptr, encoding);
+    const char *end = doc->Parse(copy, nullptr, encoding);
+    /* The parser may step over the padding's first zero only. */
+    if (stop) *stop = end ? std::min(static_cast<size_t>(end - copy), length) : 0;
     if (!small) hostFree(copy);
     return true;
 }

@@ -19,9 +19,12 @@ constexpr size_t kXmlPadding = 4;
 
 /* Parses the `length` bytes at `text` (which need not be terminated) into
  * `doc` as TiXmlDocument::Parse does, from a private copy followed by
- * kXmlPadding zeros. Returns false, with `doc` untouched, when the copy
- * cannot be allocated. */
-bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEncoding encoding);
+ * kXmlPadding zeros. `stop` (when not null) receives the offset at which the
+ * parser stopped: `length` when it read everything, less when character
+ * data follows the last top-level node, 0 after an error. Returns false,
+ * with `doc` untouched, when the copy cannot be allocated. */
+bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEncoding encoding,
+                  size_t *stop = nullptr);
 
 /* Loads a file into `doc` with the same results as TiXmlDocument::LoadFile:
  * the path becomes the document's value; a file that cannot be opened

@@ -1,10 +1,12 @@
-/* Names shared by the MEDIACMD XML writer and reader. */
+/* Names and limits shared by the MEDIACMD XML writer, reader and validator. */
 #ifndef QRVUTIL_MEDIACMD_XML_NAMES_H
 #define QRVUTIL_MEDIACMD_XML_NAMES_H
 
 #include <qrvutil/mediacmd.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace qrv::mediacmd {
 
@@ -52,6 +54,58 @@ constexpr uint32_t kGsQrvType = 60002;
 constexpr uint32_t kGsPreviewFrame = 1000007;
 constexpr uint32_t kGsInsertQueue = 1100001;
 constexpr uint32_t kGsXlatQueue = 1100002;
+
+/* Names of the timecode types; a type not listed gets no TcType attribute. */
+struct TcTypeName {
+    uint32_t code;
+    const char *name;
+};
+constexpr TcTypeName kTcTypeNames[] = {
+    {0, "frames"},   {255, "frames"},  {1, "film"},   {2, "non-drop-frame"},
+    {4, "drop-frame"}, {8, "pal"},     {16, "50"},    {32, "59.94"},
+    {64, "60"},      {128, "film-drop"}, {132, "23.98"},
+};
+
+/* Command texts, matched in this order as prefixes of the lower-cased text
+ * ("playback" is a play). "terminate" and "abort" are read as ctPlay: that
+ * is how peers have always had them read. */
+struct CommandWord {
+    const char *word;
+    uint32_t code;
+};
+constexpr CommandWord kCommandWords[] = {
+    {"stop", ctStop},         {"pause", ctPause},
+    {"play", ctPlay},         {"record", ctRecord},
+    {"recstop", ctRecStop},   {"eject", ctEject},
+    {"transfer", ctTransfer}, {"insert", ctInsert},
+    {"blank", ctBlank},       {"delete", ctDelete},
+    {"trim", ctTrim},         {"chanselect", ctChanSelect},
+    {"getstate", ctGetState}, {"setstate", ctSetState},
+    {"getvalue", ctGetValue}, {"setvalue", ctSetValue},
+    {"valuesupported", ctValueSupported}, {"error", ctError},
+    {"terminate", ctPlay},    {"abort", ctPlay},
+    {"edit", ctEdit},
+};
+
+/* Size of the work buffer a command text is matched in. */
+constexpr size_t kCommandTextSize = 1024;
+
+/* Reads a command text as the reader does: lower-cased, matched by prefix
+ * against kCommandWords in order. Leaves *code alone and returns false when
+ * nothing matches. */
+bool commandFromText(const char *text, uint32_t *code);
+
+/* TinyXML parses nested elements recursively, so a text that opens more
+ * elements than this is not parsed at all: a command document has about
+ * twenty, and the bound keeps the parser's stack use small. */
+constexpr size_t kMaxOpeningTags = 1024;
+
+inline bool opensFewTags(const char *xml) {
+    size_t tags = 0;
+    for (const char *p = std::strchr(xml, '<'); p; p = std::strchr(p + 1, '<'))
+        if (p[1] != '/' && ++tags > kMaxOpeningTags) return false;
+    return true;
+}
 
 }  // namespace qrv::mediacmd
 

@@ -18,42 +18,6 @@ using qrv::host::parseXmlCopy;
 
 namespace {
 
-/* Command texts, matched in this order as prefixes of the lower-cased text
- * ("playback" is a play). "terminate" and "abort" are read as ctPlay: that
- * is how peers have always had them read. */
-struct CommandWord {
-    const char *word;
-    uint32_t code;
-};
-constexpr CommandWord kCommandWords[] = {
-    {"stop", ctStop},         {"pause", ctPause},
-    {"play", ctPlay},         {"record", ctRecord},
-    {"recstop", ctRecStop},   {"eject", ctEject},
-    {"transfer", ctTransfer}, {"insert", ctInsert},
-    {"blank", ctBlank},       {"delete", ctDelete},
-    {"trim", ctTrim},         {"chanselect", ctChanSelect},
-    {"getstate", ctGetState}, {"setstate", ctSetState},
-    {"getvalue", ctGetValue}, {"setvalue", ctSetValue},
-    {"valuesupported", ctValueSupported}, {"error", ctError},
-    {"terminate", ctPlay},    {"abort", ctPlay},
-    {"edit", ctEdit},
-};
-
-/* Size of the work buffer a command text is matched in. */
-constexpr size_t kCommandTextSize = 1024;
-
-/* TinyXML parses nested elements recursively, so a text that opens more
- * elements than this is not parsed at all: a command document has about
- * twenty, and the bound keeps the parser's stack use small. */
-constexpr size_t kMaxOpeningTags = 1024;
-
-bool opensFewTags(const char *xml) {
-    size_t tags = 0;
-    for (const char *p = std::strchr(xml, '<'); p; p = std::strchr(p + 1, '<'))
-        if (p[1] != '/' && ++tags > kMaxOpeningTags) return false;
-    return true;
-}
-
 /* ---- Attribute values -------------------------------------------------------- */
 
 /* An attribute value read as the C library's sscanf("%d") reads it, which is
@@ -205,20 +169,6 @@ void readLinks(const Children &children, MEDIACMD *cmd) {
 template <typename Field>
 void readPlainValue(const TiXmlElement *element, Field *field) {
     if (element) storeValue(readAttributes(element, kNoFlags), field);
-}
-
-void commandFromText(const char *text, uint32_t *code) {
-    char work[kCommandTextSize];
-    const size_t length = boundedLength(text, sizeof work - 1);
-    std::memcpy(work, text, length);
-    work[length] = 0;
-    make_lower_case(work);
-    for (const CommandWord &row : kCommandWords) {
-        if (std::strncmp(work, row.word, std::strlen(row.word)) == 0) {
-            *code = row.code;
-            return;
-        }
-    }
 }
 
 /* Override-deferred is read under "cfOverideDeferred" (so spelt by peers)
@@ -398,6 +348,25 @@ int MediaCmdFromXMLString(MEDIACMD *cmd, unsigned *tcType, const char *xml) {
         return -2;
     }
 }
+
+namespace qrv::mediacmd {
+
+bool commandFromText(const char *text, uint32_t *code) {
+    char work[kCommandTextSize];
+    const size_t length = boundedLength(text, sizeof work - 1);
+    std::memcpy(work, text, length);
+    work[length] = 0;
+    make_lower_case(work);
+    for (const CommandWord &row : kCommandWords) {
+        if (std::strncmp(work, row.word, std::strlen(row.word)) == 0) {
+            *code = row.code;
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace qrv::mediacmd
 
 unsigned char parseHex(const char *pair) {
     if (!pair) return 0;

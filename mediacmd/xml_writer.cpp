@@ -17,17 +17,6 @@ using namespace qrv::mediacmd;
 
 namespace {
 
-/* Names of the timecode types; a type not listed gets no TcType attribute. */
-struct TcTypeName {
-    uint32_t code;
-    const char *name;
-};
-constexpr TcTypeName kTcTypeNames[] = {
-    {0, "frames"},   {255, "frames"},  {1, "film"},   {2, "non-drop-frame"},
-    {4, "drop-frame"}, {8, "pal"},     {16, "50"},    {32, "59.94"},
-    {64, "60"},      {128, "film-drop"}, {132, "23.98"},
-};
-
 constexpr bool isFrameCount(uint32_t code) { return code == 0 || code == 255; }
 
 const char *tcTypeName(uint32_t code) {
