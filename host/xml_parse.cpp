@@ -65,8 +65,9 @@ bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEnco
     std::memcpy(copy, text, length);
     std::memset(copy + length, 0, kXmlPadding);
     const char *end = doc->Parse(copy, nullptr, encoding);
-    /* The parser may step over the padding's first zero only. */
-    if (stop) *stop = end ? std::min(static_cast<size_t>(end - copy), length) : 0;
+    /* The parser returns null both after an error and when the text ends
+     * right after the last node. */
+    if (stop) *stop = end ? std::min(static_cast<size_t>(end - copy), length) : doc->Error() ? 0 : length;
     if (!small) hostFree(copy);
     return true;
 }

@@ -28,6 +28,12 @@ QRV_API int MediaCmdFreeXMLString(char **str);
  * the texts (null: 4, drop-frame). Returns 0, -1 for a null record, -2 when
  * there is no "MediaCmd" element, -3 when "MediaCmd" is not an element. */
 QRV_API int MediaCmdFromXMLString(MEDIACMD *cmd, unsigned *tcType, const char *xml);
+/* Says whether `xml` is a command document the reader reads whole and as
+ * meant. Returns QRV_OK (0), or a negative status from status.h: QRV_E_SYNTAX
+ * (not well-formed, unknown element or attribute, trailing data),
+ * QRV_E_RANGE (a value outside what its field takes), QRV_E_TRUNCATED
+ * (arbID data shorter than its length), QRV_E_ARGUMENT (null `xml`). */
+QRV_API int MediaCmdValidateXMLString(const char *xml, char *reason, uint32_t room);
 /* The byte of a two-character hexadecimal pair, by the reader's own rule
  * (only a "0" high digit with a decimal low digit decodes as usual). */
 QRV_API unsigned char parseHex(const char *pair);
