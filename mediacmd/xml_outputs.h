@@ -132,7 +132,7 @@ private:
         return false;
     }
     void put(const char *s, size_t n) {
-        if (!fits(n)) return;
+        if (!n || !fits(n)) return;
         std::memcpy(p_, s, n);
         p_ += n;
     }

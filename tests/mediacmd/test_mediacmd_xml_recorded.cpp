@@ -340,6 +340,30 @@ TEST(XmlRecorded, LongestTextsFitTheBlock) {
     }
 }
 
+void *noMemory(size_t) { return nullptr; }
+
+/* Without a block (a null `out`, or no memory) the record is still changed
+ * and the result is the record's; *out is not touched. */
+TEST(XmlRecorded, NoBlockStillChangesTheRecord) {
+    for (const bool failAlloc : {false, true}) {
+        MEDIACMD cmd;
+        initMediaCmd(&cmd, ctGetValue);
+        cmd.cmdFlags = cfUseClipID;
+        cmd.CmdAlt = 162;
+        std::strcpy(cmd.FileName, "abc$123");
+        qrvHostServices services = {};
+        services.alloc = noMemory;
+        if (failAlloc) qrvSetHostServices(&services);
+        char *text = reinterpret_cast<char *>(&services);
+        EXPECT_EQ(0, MediaCmdToXMLString(failAlloc ? &text : nullptr, &cmd, 0));
+        qrvResetHostServices();
+        EXPECT_EQ(reinterpret_cast<char *>(&services), text);
+        EXPECT_STREQ("abc", cmd.FileName);
+        cmd.Cmd = 20;
+        EXPECT_EQ(-1, MediaCmdToXMLString(failAlloc ? &text : nullptr, &cmd, 0));
+    }
+}
+
 /* Attribute numbers read exactly as sscanf("%d") reads them on this build,
  * numbers beyond 32 bits included (which differ between 32- and 64-bit). */
 TEST(XmlRecorded, NumbersReadAsTheCLibraryReadsThem) {
