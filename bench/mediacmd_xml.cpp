@@ -213,9 +213,12 @@ int main(int argc, char **argv) {
     if (ours <= 0) return 0;
     std::printf("\nround trip, best of 7: %.0f ns CPU, %.0f allocations (goal <= 35)\n", ours,
                 reporter.allocations["BM_MediaCmdRoundTrip"]);
-    std::printf("ratio to TinyXML parse+print:        %.2f (goal >= 0.85)\n",
+    std::printf("ratio to TinyXML parse+print (%.0f ns, %.0f allocations): %.2f (goal >= 0.85)\n",
+                reporter.best["BM_TinyXmlParsePrint"], reporter.allocations["BM_TinyXmlParsePrint"],
                 reporter.best["BM_TinyXmlParsePrint"] / ours);
-    std::printf("ratio to hand-built TinyXML round trip: %.2f (goal >= 1.2)\n",
+    std::printf("ratio to hand-built TinyXML round trip (%.0f ns, %.0f allocations): %.2f (goal >= 1.2)\n",
+                reporter.best["BM_HandBuiltTinyXmlRoundTrip"],
+                reporter.allocations["BM_HandBuiltTinyXmlRoundTrip"],
                 reporter.best["BM_HandBuiltTinyXmlRoundTrip"] / ours);
     return 0;
 }

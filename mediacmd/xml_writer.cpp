@@ -338,10 +338,12 @@ int writeDocument(Out &out, MEDIACMD *cmd, unsigned tcType) {
     return 0;
 }
 
-/* Room for the longest text a record can give: the fixed elements with
- * their longest numbers and names, and, when the trailing area is written,
- * two area-long texts (a metadata tag and its value) each byte of which may
- * print as six. The block returned may so be larger than its text. */
+/* Room for the longest text a record can give, so that the text is written
+ * once, straight into the block returned: the elements before the trailing
+ * area with their longest numbers and names (about 1130 bytes at most), and,
+ * when the area is written, two area-long texts (a metadata tag and its
+ * value) each byte of which may print as six. The block may so be larger
+ * than its text; a text that would not fit is never cut (see below). */
 constexpr size_t kFixedTextRoom = 3072;
 constexpr size_t kAreaTextRoom = TextOutput::escapedRoom(2 * kAreaSize + 2 * kIntegerTextSize);
 
@@ -363,20 +365,23 @@ int MediaCmdToXML(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType) {
 }
 
 /* Without a block to write to (a null `out`, or no memory) the layout still
- * runs, so the record is changed exactly as when the text is written. */
+ * runs, so the record is changed exactly as when the text is written. A text
+ * that outgrew its room (which textRoom rules out) is reported and not
+ * handed out cut. */
 int MediaCmdToXMLString(char **out, MEDIACMD *cmd, unsigned tcType) {
     if (!cmd) return -1;
     const size_t room = textRoom(cmd);
     char *block = out ? static_cast<char *>(hostAlloc(room)) : nullptr;
     TextOutput text(block, block ? room : 0);
     const int status = writeDocument(text, cmd, tcType);
-    if (status != 0 || !block || text.overflowed()) {
+    if (status != 0 || !block) {
         hostFree(block);
-        if (status == 0 && block) {
-            reportException("Exception: MediaCmdToXML() ");
-            return -1;
-        }
         return status;
+    }
+    if (text.overflowed()) {
+        hostFree(block);
+        reportException("Exception: MediaCmdToXML() ");
+        return -1;
     }
     text.finish(block);
     *out = block;
