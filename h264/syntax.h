@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "h264/bitstream_internal.h"
+#include "bits/bitstream_internal.h"
 
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
 // fields after the block stay in step with the stream.
