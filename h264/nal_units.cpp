@@ -3,6 +3,7 @@
 #include <qrvutil/h264.h>
 #include <qrvutil/host.h>
 
+#include "bits/rbsp.h"
 #include "h264/scanning_internal.h"
 
 #include <algorithm>
@@ -31,63 +32,6 @@ uint64_t startCodeUnitLength(const uint8_t *data, uint64_t field, uint64_t end)
     const uint64_t payload = field + 4;
     const uint64_t next = findStartCode(data, payload, end);
     return next < end ? next - payload : end - field;
-}
-
-namespace {
-
-// First position from 1 on whose byte is 03 or 0C after two zero bytes (the
-// byte before the unit counting as one), or `len`. Zero bytes are rare in
-// SEI payloads, so memchr finds the candidates.
-size_t firstSeiRemoval(const uint8_t *unit, size_t len, uint8_t before)
-{
-    const auto removable = [](uint8_t b) { return b == 0x03 || b == 0x0C; };
-    if (len > 1 && before == 0 && unit[0] == 0 && removable(unit[1]))
-        return 1;
-    for (size_t at = 0; at + 2 < len;) {
-        const void *hit = std::memchr(unit + at, 0, len - 2 - at);
-        if (!hit)
-            break;
-        at = static_cast<size_t>(static_cast<const uint8_t *>(hit) - unit);
-        if (unit[at + 1] == 0 && removable(unit[at + 2]))
-            return at + 2;
-        ++at;
-    }
-    return len;
-}
-
-} // namespace
-
-void cleanSeiUnit(uint8_t *unit, size_t len, uint8_t before)
-{
-    const size_t first = firstSeiRemoval(unit, len, before);
-    if (first >= len)
-        return;
-    // From there one pass with a read and a write index gives the same bytes
-    // as sliding the tail down once per removed byte, in linear time. The
-    // byte that slides into a cleared position is not examined itself, only
-    // counted as a preceding byte for the next position.
-    const uint8_t last = unit[len - 1];
-    uint8_t older = first >= 2 ? unit[first - 2] : before;
-    uint8_t prior = unit[first - 1];
-    size_t w = first;
-    size_t r = first;
-    while (r < len) {
-        uint8_t byte = unit[r];
-        const bool removed = older == 0 && prior == 0 && (byte == 0x03 || byte == 0x0C);
-        if (removed) {
-            if (r + 1 >= len)
-                break;
-            byte = unit[r + 1];
-            r += 2;
-        } else {
-            r += 1;
-        }
-        unit[w++] = byte;
-        older = prior;
-        prior = byte;
-    }
-    // The length is kept: the freed positions repeat the unit's last byte.
-    std::fill(unit + w, unit + len, last);
 }
 
 } // namespace qrv::h264
@@ -215,7 +159,7 @@ struct WalkRecords {
     PPS_DECODED *pps;
 };
 
-void decodeUnit(uint8_t *unit, uint64_t len, uint8_t before, const WalkRecords &rec)
+void decodeUnit(uint8_t *unit, uint64_t len, const WalkRecords &rec)
 {
     const uint8_t type = unit[0] & 0x1F;
     kx_bitstream bs = readerOver(unit, len);
@@ -232,7 +176,9 @@ void decodeUnit(uint8_t *unit, uint64_t len, uint8_t before, const WalkRecords &
     } else if (type == kNalSei) {
         // Only the cleaning is kept from SEI handling: the message parse
         // that follows it moves a read position and returns nothing.
-        qrv::h264::cleanSeiUnit(unit, static_cast<size_t>(len), before);
+        // The byte before the unit (the last of its field) counts as a
+        // preceding byte for the first position examined.
+        qrv::removeEmulationPrevention(unit - 1, static_cast<size_t>(len) + 1, qrv::kCleanSei);
     }
 }
 
@@ -322,7 +268,7 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
                 ++len;
             }
         } else {
-            decodeUnit(unit, len, data[payload - 1], rec);
+            decodeUnit(unit, len, rec); // unit[-1] is the last byte of its field
         }
         ++count;
         h += 4 + len;

@@ -39,13 +39,6 @@ uint64_t findStartCode(const uint8_t *data, uint64_t from, uint64_t end);
  * taken). */
 uint64_t startCodeUnitLength(const uint8_t *data, uint64_t field, uint64_t end);
 
-/* In-place cleaning of an SEI unit of `len` bytes (NAL header first): every
- * 0x03 or 0x0C that follows two zero bytes is removed by sliding the rest of
- * the unit down one byte; the length stays, so the last byte repeats.
- * `before` is the byte in front of the unit (the last byte of its field),
- * which counts as a preceding byte for the first position examined. */
-void cleanSeiUnit(uint8_t *unit, size_t len, uint8_t before);
-
 } // namespace qrv::h264
 
 #endif
