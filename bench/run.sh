@@ -39,8 +39,11 @@ for bin in "$build"/bench/bench_*; do
   name=$(basename "$bin")
   run=1
   while [ "$run" -le "$runs" ]; do
-    "$bin" --benchmark_repetitions=$reps --benchmark_format=json \
-      --benchmark_out="$out/$name.$run.json" --benchmark_out_format=json >/dev/null
+    if ! "$bin" --benchmark_repetitions=$reps --benchmark_out="$out/$name.$run.json" \
+      --benchmark_out_format=json >/dev/null 2>"$out/$name.err"; then
+      cat "$out/$name.err" >&2
+      exit 1
+    fi
     run=$((run + 1))
   done
 done

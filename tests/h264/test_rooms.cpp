@@ -129,6 +129,11 @@ TEST(MarkerToSize, SameBytesAsTheStepwiseConversionInExactlyTheQueriedRoom)
     std::mt19937 rng(5);
     for (int round = 0; round < 30000; ++round)
         checkMarkerToSize(randomStream(rng));
+    // More markers than the conversion remembers from its first pass.
+    Bytes many;
+    while (many.size() < 40000)
+        many = concat({many, randomStream(rng)});
+    checkMarkerToSize(many);
     EXPECT_EQ(qrvUtilh264MarkerToSizeLength(nullptr, 0), 0);
     EXPECT_EQ(qrvUtilh264MarkerToSizeLength(nullptr, -3), -3);
 }
