@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "h264/bitstream_internal.h"
+#include "bits/bitstream_internal.h"
+#include "bits/nal_types.h"
+#include "bits/rbsp.h"
 
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
 // fields after the block stay in step with the stream.
@@ -48,23 +50,6 @@ void readScalingList(kx_bitstream *bs, int32_t *list, int size);
 // Each set gives its own list count.
 void readScalingMatrix(kx_bitstream *bs, int32_t *presentFlags, int32_t (*lists4x4)[16],
                        int32_t (*lists8x8)[64], int32_t lists);
-
-// Bytes that follow 00 00 and are dropped as emulation prevention. The PPS
-// reader also drops 0C: parameter sets written by older recorders carry it.
-struct RemovableBytes {
-    const uint8_t *bytes;
-    std::size_t count;
-};
-inline constexpr uint8_t kEmulationBytes[] = {0x03};
-inline constexpr uint8_t kEmulationBytesPps[] = {0x03, 0x0C};
-inline constexpr RemovableBytes kRemoveEmulation{kEmulationBytes, 1};
-inline constexpr RemovableBytes kRemoveEmulationPps{kEmulationBytesPps, 2};
-
-// Removes a removable byte after each 00 00 found from index 3 on, moving the
-// rest down. The size does not shrink, so the last byte ends up repeated once
-// per removal: readers that run to the unit's end see it, and peers depend
-// on the values read there. Returns the number of bytes removed.
-std::size_t removeEmulationPrevention(uint8_t *data, std::size_t size, RemovableBytes removable);
 
 // Points a reader at a private copy for the length of a read, then puts the
 // caller's buffer and bit length back (bit_pos keeps where the read ended).
