@@ -3,9 +3,11 @@
 #pragma once
 
 #include <qrvutil/h264.h>
+#include <qrvutil/host.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "h264/bitstream_internal.h"
 
@@ -43,12 +45,6 @@ inline int32_t sliceKind(int32_t slice_type)
 // whether the default matrix was asked for is not recorded.
 void readScalingList(kx_bitstream *bs, int32_t *list, int size);
 
-// The scaling matrix of either parameter set: for each of `lists` lists its
-// present flag and, when set, the list (4x4 for the first six, 8x8 after).
-// Each set gives its own list count.
-void readScalingMatrix(kx_bitstream *bs, int32_t *presentFlags, int32_t (*lists4x4)[16],
-                       int32_t (*lists8x8)[64], int32_t lists);
-
 // Bytes that follow 00 00 and are dropped as emulation prevention. The PPS
 // reader also drops 0C: parameter sets written by older recorders carry it.
 struct RemovableBytes {
@@ -65,6 +61,28 @@ inline constexpr RemovableBytes kRemoveEmulationPps{kEmulationBytesPps, 2};
 // per removal: readers that run to the unit's end see it, and peers depend
 // on the values read there. Returns the number of bytes removed.
 std::size_t removeEmulationPrevention(uint8_t *data, std::size_t size, RemovableBytes removable);
+
+// A reader's private copy of a unit, from the host allocator like every
+// allocation of the library (a host that replaces memory services sees it),
+// followed by kBitReaderPadding zero bytes. `bytes` is null when the
+// allocation failed.
+struct PrivateCopy {
+    uint8_t *bytes = nullptr;
+    PrivateCopy(const uint8_t *src, std::size_t size)
+    {
+        if (size > SIZE_MAX - kBitReaderPadding)
+            return;
+        bytes = static_cast<uint8_t *>(hostAlloc(size + kBitReaderPadding));
+        if (!bytes)
+            return;
+        if (size != 0)
+            std::memcpy(bytes, src, size);
+        std::memset(bytes + size, 0, kBitReaderPadding);
+    }
+    ~PrivateCopy() { hostFree(bytes); }
+    PrivateCopy(const PrivateCopy &) = delete;
+    PrivateCopy &operator=(const PrivateCopy &) = delete;
+};
 
 // Points a reader at a private copy for the length of a read, then puts the
 // caller's buffer and bit length back (bit_pos keeps where the read ended).
