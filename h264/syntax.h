@@ -14,6 +14,11 @@
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
 // fields after the block stay in step with the stream.
 void read_hrd_parameters(hdr_parameters *hrd, kx_bitstream *bs);
+// The writers' halves of the two: the RBSP bits of one HRD block or one
+// scaling list at `bs` (room: bit_end). 0, or QRV_E_RANGE for a value the
+// syntax cannot carry, or QRV_E_ROOM.
+int write_hrd_parameters(kx_bitstream *bs, const hdr_parameters *hrd);
+int write_scaling_list(kx_bitstream *bs, const int32_t *list, int size);
 // Reordering keeps the fields of the last loop iteration only.
 void read_ref_pic_list_reordering(kx_bitstream *bs, SLICE_HEADER *sh);
 // Entries beyond 64 per list are read and dropped.
