@@ -478,18 +478,22 @@ QRV_API int qrvutilAddNalUnits(NAL_BUFFER *frame, uint32_t capacity, const SPS_D
 
 /* Builds an avcC box (size and type included, as qrvutilGetAvcc writes) from
  * every SPS, PPS and SPS-extension unit in `units` (`length` bytes, 3- or
- * 4-byte start codes or 4-byte big-endian lengths), in stream order without
- * repeats, with lengthSizeMinusOne 3 and, when the first SPS's profile_idc is
- * 100, 110, 122 or 144, the trailer with chroma format, bit depths and the
- * SPS-extension units. Profile, compatibility and level come from the first
- * SPS. Returns the box size; with `out` null, the size needed. Fails with
+ * 4-byte start codes or 4-byte big-endian lengths, one framing throughout),
+ * each kind in stream order, a unit equal to an earlier one left out;
+ * lengthSizeMinusOne is 3. Profile, compatibility and level are bytes 1-3 of
+ * the first SPS. For every profile but Baseline (66), Main (77) and Extended
+ * (88) the trailer follows, with chroma format and bit depths from the first
+ * SPS (4:2:0 8-bit for profiles whose SPS does not state them) and the
+ * SPS-extension units; this is the box common MP4 muxers write. Units behind
+ * start codes end before the next start code's zero_byte.
+ * Returns the box size; with `out` null, the size needed. Fails with
  *   QRV_E_ARGUMENT   `units` is null while length is not 0;
- *   QRV_E_SYNTAX     no SPS or no PPS in the units;
- *   QRV_E_TRUNCATED  a unit runs past `length`;
- *   QRV_E_RANGE      more than 31 SPS or 255 PPS, or a unit over 65535 bytes;
+ *   QRV_E_SYNTAX     no SPS, or a first SPS shorter than 4 bytes;
+ *   QRV_E_TRUNCATED  a length field runs past `length`;
+ *   QRV_E_RANGE      more than 31 distinct SPS or 255 PPS or SPS extensions,
+ *                    or a unit over 65535 bytes;
  *   QRV_E_ROOM       the box does not fit `capacity` (nothing is written).
- * Unlike qrvutilGetAvcc, which keeps its own layout, the box follows
- * ISO/IEC 14496-15 and matches what common MP4 muxers write. */
+ * qrvutilGetAvcc keeps its own layout; this call is the standard one. */
 QRV_API int qrvutilMakeAvcc(const uint8_t *units, uint32_t length, uint8_t *out, uint32_t capacity);
 
 QRV_EXTERN_C_END
