@@ -5,26 +5,51 @@
 
 #include <cstring>
 
-#include "h264/scanning_internal.h"
+#include "bits/byte_order.h"
+#include "bits/nal_types.h"
+#include "bits/units.h"
 #include "h264/syntax.h"
-#include "h264/unit_walk_standin.h"
 
 using namespace qrv;
 
 namespace {
 
-constexpr uint8_t kNalIdr = 5;
-constexpr uint8_t kNalSei = 6;
-constexpr uint8_t kNalSps = 7;
-constexpr uint8_t kNalPps = 8;
-constexpr uint8_t kNalAud = 9;
-
 // rbsp_trailing_bits of a byte-aligned chain: the stop bit and seven zeros.
 constexpr uint8_t kStopByte = 0x80;
 constexpr uint8_t kExtensionByte = 0xFF;
 constexpr uint32_t kFieldBytes = 4; // a 4-byte start code or length
+constexpr uint32_t kStartCodeField = 1;
 
-bool isSlice(uint8_t type) { return type >= 1 && type <= kNalIdr; }
+// A unit as this routine sees it: framing from `prefix` (a 4-byte code's
+// zero_byte included), bytes [payload, end) without trailing zero bytes.
+struct UnitSpan {
+    uint64_t prefix;
+    uint64_t payload;
+    uint64_t end;
+    uint8_t type;
+};
+
+class Units {
+public:
+    Units(const uint8_t *data, uint64_t length) : data_(data), it_(data, length) {}
+    bool startCodes() const { return it_.framing() == UnitFraming::startCodes; }
+    bool overran() const { return it_.overran(); }
+    bool next(UnitSpan &s)
+    {
+        Unit u;
+        if (!it_.next(&u))
+            return false;
+        uint64_t end = u.payload + u.size;
+        while (end > u.payload && data_[end - 1] == 0)
+            --end;
+        s = {u.field, u.payload, end, end > u.payload ? nal::typeOf(data_[u.payload]) : nal::kUnspecified};
+        return true;
+    }
+
+private:
+    const uint8_t *data_;
+    UnitIterator it_;
+};
 
 enum class ChainEnd { Closed, Open, Malformed };
 
@@ -65,7 +90,7 @@ bool seiNeedsStopByte(const uint8_t *unit, uint64_t size)
     PrivateCopy copy(unit, static_cast<std::size_t>(size));
     if (!copy.bytes)
         return false;
-    const std::size_t removed = removeEmulationPrevention(copy.bytes, size, kRemoveEmulation);
+    const std::size_t removed = removeEmulationPrevention(copy.bytes, size, kRemoveEmulationStandard);
     return seiChainEnd(copy.bytes + 1, static_cast<std::size_t>(size) - 1 - removed) == ChainEnd::Open;
 }
 
@@ -101,29 +126,29 @@ struct Layout {
 
 int survey(const uint8_t *data, uint64_t length, Layout &layout, Plan &plan)
 {
-    UnitWalker walker(data, length);
+    Units walker(data, length);
     plan.startCodes = walker.startCodes();
     bool sliceSeen = false;
     bool spsJustSeen = false;
     for (UnitSpan u; walker.next(u);) {
         ++plan.counts.units;
-        const uint8_t type = u.end > u.payload ? data[u.payload] & 0x1F : 0;
+        const uint8_t type = u.type;
         if (spsJustSeen && !sliceSeen)
             layout.afterLastSps = u.prefix;
-        spsJustSeen = type == kNalSps && !sliceSeen;
-        if (type != kNalAud && layout.afterDelimiter == UINT64_MAX)
+        spsJustSeen = type == nal::kSps && !sliceSeen;
+        if (type != nal::kAccessUnitDelimiter && layout.afterDelimiter == UINT64_MAX)
             layout.afterDelimiter = u.prefix;
-        layout.idr |= type == kNalIdr;
-        layout.spsBeforeSlice |= type == kNalSps && !sliceSeen;
-        layout.ppsBeforeSlice |= type == kNalPps && !sliceSeen;
-        sliceSeen |= isSlice(type);
-        if (type == kNalSei && seiNeedsStopByte(data + u.payload, u.end - u.payload)) {
+        layout.idr |= type == nal::kSliceIdr;
+        layout.spsBeforeSlice |= type == nal::kSps && !sliceSeen;
+        layout.ppsBeforeSlice |= type == nal::kPps && !sliceSeen;
+        sliceSeen |= nal::isSlice(type);
+        if (type == nal::kSei && seiNeedsStopByte(data + u.payload, u.end - u.payload)) {
             ++plan.counts.closed_sei;
             ++plan.edits;
             plan.growth += 1;
         }
     }
-    return walker.overrun() ? QRV_E_TRUNCATED : QRV_OK;
+    return walker.overran() ? QRV_E_TRUNCATED : QRV_OK;
 }
 
 // The size a writer gives, or its failure.
@@ -166,14 +191,13 @@ int planInsertions(const Layout &layout, const SPS_DECODED *sps, const PPS_DECOD
 void listEdits(const uint8_t *data, uint64_t length, const Plan &plan, Edit *edits)
 {
     uint32_t n = 0;
-    UnitWalker walker(data, length);
+    Units walker(data, length);
     for (UnitSpan u; walker.next(u);) {
         if (u.prefix == plan.spsAt)
             edits[n++] = {u.prefix, 0, kFieldBytes + plan.spsSize, EditKind::Sps};
         if (u.prefix == plan.ppsAt)
             edits[n++] = {u.prefix, 0, kFieldBytes + plan.ppsSize, EditKind::Pps};
-        const uint8_t type = u.end > u.payload ? data[u.payload] & 0x1F : 0;
-        if (type == kNalSei && seiNeedsStopByte(data + u.payload, u.end - u.payload))
+        if (u.type == nal::kSei && seiNeedsStopByte(data + u.payload, u.end - u.payload))
             edits[n++] = {u.end, u.prefix, 1, EditKind::StopByte};
     }
 }
@@ -186,7 +210,7 @@ void writeInserted(uint8_t *at, const Edit &e, bool startCodes, const SPS_DECODE
         return;
     }
     const uint32_t unit = e.size - kFieldBytes;
-    h264::writeBE32(at, startCodes ? h264::kStartCodeField : unit);
+    writeBE32(at, startCodes ? kStartCodeField : unit);
     kx_bitstream bs{reinterpret_cast<uintptr_t>(at + kFieldBytes), unit, uintptr_t{unit} * 8, 0};
     if (e.kind == EditKind::Sps)
         qrvutilWrite_SPS(&bs, sps);
@@ -207,7 +231,7 @@ void applyEdits(uint8_t *data, uint64_t length, const Plan &plan, const Edit *ed
         shift -= e.size;
         writeInserted(data + e.at + shift, e, plan.startCodes, sps, pps);
         if (e.kind == EditKind::StopByte && !plan.startCodes) // not moved yet
-            h264::writeBE32(data + e.field, h264::readBE32(data + e.field) + 1);
+            writeBE32(data + e.field, readBE32(data + e.field) + 1);
         end = e.at;
     }
 }

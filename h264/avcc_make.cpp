@@ -6,16 +6,13 @@
 #include <cstring>
 
 #include "h264/ps_syntax.h"
-#include "h264/scanning_internal.h"
-#include "h264/unit_walk_standin.h"
+#include "bits/byte_order.h"
+#include "bits/nal_types.h"
+#include "bits/units.h"
 
 using namespace qrv;
 
 namespace {
-
-constexpr uint8_t kNalSps = 7;
-constexpr uint8_t kNalPps = 8;
-constexpr uint8_t kNalSpsExtension = 13;
 
 constexpr int kMaxSps = 31;          // five bits of numOfSequenceParameterSets
 constexpr int kMaxPps = 255;         // eight bits of numOfPictureParameterSets
@@ -64,7 +61,7 @@ struct EntryList {
     uint8_t *write(const uint8_t *data, uint8_t *out) const
     {
         for (int i = 0; i < count; ++i) {
-            h264::writeBE16(out, entries[i].size);
+            writeBE16(out, entries[i].size);
             std::memcpy(out + 2, data + entries[i].at, entries[i].size);
             out += 2 + entries[i].size;
         }
@@ -80,23 +77,26 @@ struct ParameterSets {
 
 int collect(const uint8_t *units, uint64_t length, ParameterSets &sets)
 {
-    UnitWalker walker(units, length);
-    for (UnitSpan u; walker.next(u);) {
-        if (u.end == u.payload)
+    UnitIterator walker(units, length);
+    for (Unit u; walker.next(&u);) {
+        uint64_t size = u.size; // a unit ends at its last non-zero byte
+        while (size > 0 && units[u.payload + size - 1] == 0)
+            --size;
+        if (size == 0)
             continue;
-        const uint8_t type = units[u.payload] & 0x1F;
-        if (type != kNalSps && type != kNalPps && type != kNalSpsExtension)
+        const uint8_t type = nal::typeOf(units[u.payload]);
+        if (type != nal::kSps && type != nal::kPps && type != nal::kSpsExtension)
             continue;
-        if (u.end - u.payload > kMaxEntry)
+        if (size > kMaxEntry)
             return QRV_E_RANGE;
-        const Entry e{u.payload, static_cast<uint32_t>(u.end - u.payload)};
-        const int status = type == kNalSps   ? sets.sps.add(units, e)
-                           : type == kNalPps ? sets.pps.add(units, e)
+        const Entry e{u.payload, static_cast<uint32_t>(size)};
+        const int status = type == nal::kSps   ? sets.sps.add(units, e)
+                           : type == nal::kPps ? sets.pps.add(units, e)
                                              : sets.extensions.add(units, e);
         if (status != QRV_OK)
             return status;
     }
-    return walker.overrun() ? QRV_E_TRUNCATED : QRV_OK;
+    return walker.overran() ? QRV_E_TRUNCATED : QRV_OK;
 }
 
 bool hasTrailer(int32_t profile_idc)
@@ -146,7 +146,7 @@ int qrvutilMakeAvcc(const uint8_t *units, uint32_t length, uint8_t *out, uint32_
     if (size > capacity)
         return QRV_E_ROOM;
 
-    h264::writeBE32(out, static_cast<uint32_t>(size));
+    writeBE32(out, static_cast<uint32_t>(size));
     std::memcpy(out + 4, "avcC", 4);
     uint8_t *p = out + kBoxHeader;
     *p++ = 1;           // configurationVersion

@@ -2,7 +2,7 @@
 #include <qrvutil/status.h>
 
 #include "h264/ps_syntax.h"
-#include "h264/rbsp_escape.h"
+#include "bits/rbsp.h"
 
 using namespace qrv;
 

@@ -9,7 +9,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "h264/bitstream_internal.h"
+#include "bits/bitstream_internal.h"
+#include "bits/rbsp.h"
 
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
 // fields after the block stay in step with the stream.
@@ -50,22 +51,10 @@ inline int32_t sliceKind(int32_t slice_type)
 // whether the default matrix was asked for is not recorded.
 void readScalingList(kx_bitstream *bs, int32_t *list, int size);
 
-// Bytes that follow 00 00 and are dropped as emulation prevention. The PPS
-// reader also drops 0C: parameter sets written by older recorders carry it.
-struct RemovableBytes {
-    const uint8_t *bytes;
-    std::size_t count;
-};
-inline constexpr uint8_t kEmulationBytes[] = {0x03};
-inline constexpr uint8_t kEmulationBytesPps[] = {0x03, 0x0C};
-inline constexpr RemovableBytes kRemoveEmulation{kEmulationBytes, 1};
-inline constexpr RemovableBytes kRemoveEmulationPps{kEmulationBytesPps, 2};
-
-// Removes a removable byte after each 00 00 found from index 3 on, moving the
-// rest down. The size does not shrink, so the last byte ends up repeated once
-// per removal: readers that run to the unit's end see it, and peers depend
-// on the values read there. Returns the number of bytes removed.
-std::size_t removeEmulationPrevention(uint8_t *data, std::size_t size, RemovableBytes removable);
+// Emulation prevention as the standard has it (every 03 after 00 00 from the
+// first byte after the NAL header on), for the code that checks or walks
+// units by the standard rather than as the kept readers do.
+inline constexpr RemovableBytes kRemoveEmulationStandard{kEmulationBytes, 1, 3, 2};
 
 // A reader's private copy of a unit, from the host allocator like every
 // allocation of the library (a host that replaces memory services sees it),

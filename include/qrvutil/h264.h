@@ -429,12 +429,18 @@ QRV_API int qrvutilWrite_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DEC
  * have one spare byte after `len` for every 3-byte start code. Returns the new
  * length; a `len` below 1 is returned unchanged. */
 QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len);
+/* The length qrvUtilh264MarkerToSize will return for these bytes: `len` plus
+ * one per 3-byte start code that it widens. Reads `len` bytes, writes none. */
+QRV_API int qrvUtilh264MarkerToSizeLength(const unsigned char *buf, int len);
 /* 4-byte length prefixes to 4-byte start codes, in place. Returns the length
  * of the valid data. */
 QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len);
 /* Writes an avcC box from the first SPS and PPS units in `units` to `out`
  * (room: 14 + 3 + SPS size + 3 + PPS size). Returns the box size. */
 QRV_API int qrvutilGetAvcc(NAL_BUFFER *units, unsigned char *out);
+/* The exact room qrvutilGetAvcc writes for these units (its return value).
+ * Reads the units, writes nothing. */
+QRV_API uint32_t qrvutilGetAvccRoom(const NAL_BUFFER *units);
 /* Reads an avcC box at the reader's position; copies its first SPS and PPS
  * to `sps` and `pps` when those are not null. Returns -1 for a zero box size,
  * else 0. */
