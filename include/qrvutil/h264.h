@@ -379,8 +379,11 @@ QRV_API int qrvutilRead_PPS(kx_bitstream *bs, PPS_DECODED *pps);
  *   repeated tail would cost at least as many bits; a list of eights is
  *   written as the single delta -8 that it was read from.
  * A written unit reads back to the same record over every field the syntax
- * carries, except that the PPS reader drops a 0C after 00 00 (kept for older
- * recorders' units), so a PPS whose escaped bytes hold 00 00 0C does not. */
+ * carries, except where the PPS reader's kept reading rules read it
+ * otherwise: it drops a 0C after 00 00 (older recorders' units carry it),
+ * and in a unit that holds an emulation-prevention byte it may take the
+ * repeated last byte of its unescaped copy for the optional tail.
+ * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED). */
 QRV_API int qrvutilWrite_SPS(kx_bitstream *bs, const SPS_DECODED *sps);
 QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
 
@@ -397,10 +400,12 @@ QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
  *   QRV_E_RANGE        an element's value is outside its range;
  *   QRV_E_SYNTAX       not a unit of this kind (nal_unit_type, forbidden bit),
  *                      a stop bit missing or data after rbsp_trailing_bits;
- *   QRV_E_UNSUPPORTED  valid, but the readers of this library read it
- *                      differently (kept reader behaviour): more than 8 HRD
- *                      entries, more than 256 slice group ids, or a PPS whose
- *                      bytes hold 00 00 0C.
+ *   QRV_E_UNSUPPORTED  valid, but this library's reader (qrvutilRead_SPS or
+ *                      qrvutilRead_PPS, kept reading rules) comes to another
+ *                      record or keeps less of it: more than 8 HRD entries,
+ *                      more than 256 slice group ids, a 03 after 00 00 in
+ *                      bytes 3-4, a PPS holding 00 00 0C, a PPS whose
+ *                      emulation-prevention byte makes the reader see a tail.
  * A 4:4:4 PPS with 8x8 scaling lists for chroma is checked as the PPS reader
  * reads it (6 + 2 x transform_8x8_mode_flag lists) and so fails. The readers
  * themselves are unchanged: they still read whatever they are given. */
@@ -459,7 +464,8 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  * block at `data`.
  *  - Every SEI unit whose message chain (payloadType and payloadSize with
  *    their FF extension bytes, over the unescaped payload) is not followed by
- *    rbsp_trailing_bits gets the stop byte 0x80 appended.
+ *    rbsp_trailing_bits gets the stop byte 0x80 right after the chain (a
+ *    chain may end in zero bytes, up to the zero_byte of a 4-byte code).
  *  - When the access unit holds an IDR slice (type 5) and no SPS (resp. PPS)
  *    before its first slice, `sps` (resp. `pps`) is written with the writers
  *    above and inserted after any access unit delimiter and before any SEI
@@ -470,7 +476,8 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  * at `data` and `length` are exactly as they were, and it returns
  *   QRV_E_ARGUMENT   `frame` or its data is null, or length > capacity;
  *   QRV_E_ROOM       the result does not fit `capacity`;
- *   QRV_E_TRUNCATED  a unit runs past `length`, or an SEI message past its unit;
+ *   QRV_E_TRUNCATED  a unit runs past `length` (an SEI unit whose messages do
+ *                    not parse is no failure: it is left as it is);
  *   QRV_E_RANGE      a record that its writer refuses.
  * Linear in the frame's size: the tail moves once per inserted unit or byte.
  *
