@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "bits/bitstream_internal.h"
+#include "bits/nal_types.h"
 #include "bits/rbsp.h"
 
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
