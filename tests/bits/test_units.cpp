@@ -58,6 +58,15 @@ TEST(UnitIterator, StartCodesOfThreeAndFourBytesSplitAsByHand)
     }
 }
 
+TEST(UnitIterator, LeadingZerosBelongToTheFirstCode)
+{
+    const Bytes b = {0, 0, 0, 0, 0, 1, 0x09, 0xF0, 0, 0, 1, 0x67, 0};
+    EXPECT_EQ(walkAll(b), (Spans{{6, 2}, {11, 2}}));
+    // One zero and a 01 is no code: that buffer is length framed.
+    qrv::UnitIterator it(b.data() + 4, b.size() - 4);
+    EXPECT_EQ(it.framing(), qrv::UnitFraming::lengths);
+}
+
 TEST(UnitIterator, LengthFramingStopsAtAnOverrun)
 {
     const Bytes b = {0, 0, 0, 2, 0x67, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0x68};
