@@ -100,20 +100,24 @@ std::size_t openChainEnd(const uint8_t *p, std::size_t n)
 }
 
 // Where in an SEI unit (offset from its header byte, in its bytes as they
-// stand) the stop byte goes, or kNoStopByte when it has one or its
+// stand) the stop byte goes, into *at: kNoStopByte when it has one or its
 // messages do not parse (such a unit is left as it is). Trailing zero bytes
 // count as part of the unit here: a message's payload may end in 00.
-std::size_t seiStopByteAt(const uint8_t *unit, uint64_t size)
+// QRV_OK, or QRV_E_MEMORY when no copy could be made.
+int seiStopByteAt(const uint8_t *unit, uint64_t size, std::size_t *at)
 {
+    *at = kNoStopByte;
     if (size < 2)
-        return kNoStopByte;
+        return QRV_OK;
     PrivateCopy copy(unit, static_cast<std::size_t>(size));
     if (!copy.bytes)
-        return kNoStopByte;
+        return QRV_E_MEMORY;
     const std::size_t n = static_cast<std::size_t>(size);
     const std::size_t removed = removeEmulationPrevention(copy.bytes, n, kRemoveEmulationStandard);
     const std::size_t end = openChainEnd(copy.bytes + 1, n - 1 - removed);
-    return end == kNoStopByte ? end : escapedOffset(unit, n, 1 + end);
+    if (end != kNoStopByte)
+        *at = escapedOffset(unit, n, 1 + end);
+    return QRV_OK;
 }
 
 enum class EditKind : uint8_t { StopByte, Sps, Pps };
@@ -164,7 +168,10 @@ int survey(const uint8_t *data, uint64_t length, Layout &layout, Plan &plan)
         layout.spsBeforeSlice |= type == nal::kSps && !sliceSeen;
         layout.ppsBeforeSlice |= type == nal::kPps && !sliceSeen;
         sliceSeen |= nal::isSlice(type);
-        if (type == nal::kSei && seiStopByteAt(data + u.payload, u.full - u.payload) != kNoStopByte) {
+        std::size_t stop = kNoStopByte;
+        if (type == nal::kSei && seiStopByteAt(data + u.payload, u.full - u.payload, &stop) != QRV_OK)
+            return QRV_E_MEMORY;
+        if (stop != kNoStopByte) {
             ++plan.counts.closed_sei;
             ++plan.edits;
             plan.growth += 1;
@@ -210,21 +217,30 @@ int planInsertions(const Layout &layout, const SPS_DECODED *sps, const PPS_DECOD
 
 // The edits in frame order; an SPS and a PPS at one place stand SPS first,
 // and a stop byte at the end of a unit comes before units inserted there.
-void listEdits(const uint8_t *data, uint64_t length, const Plan &plan, Edit *edits)
+// QRV_OK when exactly the planned edits were found.
+int listEdits(const uint8_t *data, uint64_t length, const Plan &plan, Edit *edits)
 {
     uint32_t n = 0;
+    const auto add = [&](const Edit &e) {
+        if (n < plan.edits)
+            edits[n] = e;
+        ++n;
+    };
     Units walker(data, length);
     for (UnitSpan u; walker.next(u);) {
         if (u.prefix == plan.spsAt)
-            edits[n++] = {u.prefix, 0, kFieldBytes + plan.spsSize, EditKind::Sps};
+            add({u.prefix, 0, kFieldBytes + plan.spsSize, EditKind::Sps});
         if (u.prefix == plan.ppsAt)
-            edits[n++] = {u.prefix, 0, kFieldBytes + plan.ppsSize, EditKind::Pps};
+            add({u.prefix, 0, kFieldBytes + plan.ppsSize, EditKind::Pps});
         if (u.type != nal::kSei)
             continue;
-        const std::size_t stop = seiStopByteAt(data + u.payload, u.full - u.payload);
+        std::size_t stop = kNoStopByte;
+        if (seiStopByteAt(data + u.payload, u.full - u.payload, &stop) != QRV_OK)
+            return QRV_E_MEMORY;
         if (stop != kNoStopByte)
-            edits[n++] = {u.payload + stop, u.prefix, 1, EditKind::StopByte};
+            add({u.payload + stop, u.prefix, 1, EditKind::StopByte});
     }
+    return n == plan.edits ? QRV_OK : QRV_E_MEMORY;
 }
 
 void writeInserted(uint8_t *at, const Edit &e, bool startCodes, const SPS_DECODED *sps,
@@ -285,9 +301,12 @@ int qrvutilAddNalUnits(NAL_BUFFER *frame, uint32_t capacity, const SPS_DECODED *
         auto *edits = static_cast<Edit *>(hostAlloc(sizeof(Edit) * plan.edits));
         if (!edits)
             return QRV_E_MEMORY;
-        listEdits(data, length, plan, edits);
-        applyEdits(data, length, plan, edits, sps, pps);
+        status = listEdits(data, length, plan, edits);
+        if (status == QRV_OK)
+            applyEdits(data, length, plan, edits, sps, pps);
         hostFree(edits);
+        if (status != QRV_OK)
+            return status;
     }
     frame->length = static_cast<uint32_t>(length + plan.growth);
     std::memcpy(frame->storage, &plan.counts, sizeof plan.counts);

@@ -521,7 +521,9 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  *   QRV_E_ROOM       the result does not fit `capacity`;
  *   QRV_E_TRUNCATED  a unit runs past `length` (an SEI unit whose messages do
  *                    not parse is no failure: it is left as it is);
- *   QRV_E_RANGE      a record that its writer refuses.
+ *   QRV_E_RANGE      a record that its writer refuses;
+ *   QRV_E_MEMORY     the host allocator gave no room for the routine's
+ *                    scratch (SEI copies, the list of insertions).
  * Linear in the frame's size: the tail moves once per inserted unit or byte.
  *
  * The leading storage of NAL_BUFFER is this routine's bookkeeping: it reads

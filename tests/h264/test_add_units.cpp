@@ -1,5 +1,7 @@
 // qrvutilAddNalUnits (closing SEI units, inserting parameter sets) and
 // qrvutilMakeAvcc against the clips and the muxer's boxes.
+#include <qrvutil/host.h>
+
 #include <memory>
 
 #include "writers_test_util.h"
@@ -187,6 +189,14 @@ TEST(AddNalUnits, EveryFailureLeavesTheFrameAsItWas)
     Frame cut(last, grown + 64);
     EXPECT_EQ(cut.add(&p.sps, &p.pps), QRV_E_TRUNCATED);
     EXPECT_EQ(cut.bytes(), last);
+    qrvHostServices noMemory{};
+    noMemory.alloc = [](size_t) -> void * { return nullptr; };
+    qrvSetHostServices(&noMemory);
+    Frame starved(frame, grown + 64);
+    unchanged(starved, QRV_E_MEMORY, nullptr, nullptr);
+    const qrvHostServices builtIn{};
+    qrvSetHostServices(&builtIn);
+
     Frame small(frame, frame.size());
     small.nb.length = uint32_t(frame.size() + 1);
     EXPECT_EQ(small.add(nullptr, nullptr), QRV_E_ARGUMENT);
