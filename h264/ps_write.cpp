@@ -13,13 +13,8 @@ namespace {
 // 63 bits) stays below 3.5 kB.
 constexpr std::size_t kMaxRbspBytes = 4096;
 
-uint32_t bitLength(uint32_t x)
-{
-    uint32_t n = 0;
-    for (; x != 0; x >>= 1)
-        ++n;
-    return n;
-}
+// Significant bits of x.
+uint32_t bitLength(uint32_t x) { return static_cast<uint32_t>(ceilLog2(uint64_t{x} + 1)); }
 
 // se(v) code numbers as the standard maps them: v > 0 gives 2v - 1, else -2v.
 uint32_t seCodeNum(int32_t v)
