@@ -29,13 +29,8 @@ typedef struct kx_bitstream {
     uintptr_t bit_pos;   /* index of the next bit */
 } kx_bitstream;
 
-#ifdef __cplusplus
-static_assert(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
-static_assert(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
-#else
-_Static_assert(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
-_Static_assert(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
-#endif
+QRV_STATIC_ASSERT(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
+QRV_STATIC_ASSERT(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
 
 /* 0 or 1; -1 past the end. */
 QRV_API int ReadBit(kx_bitstream *bs);

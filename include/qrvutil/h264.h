@@ -16,12 +16,6 @@
 #include "bitstream.h"
 #include "export.h"
 
-#ifdef __cplusplus
-#define QRV_H264_LAYOUT(cond, what) static_assert(cond, what)
-#else
-#define QRV_H264_LAYOUT(cond, what) _Static_assert(cond, what)
-#endif
-
 QRV_EXTERN_C_BEGIN
 
 /* ---- Sequence parameter set ------------------------------------------------ */
@@ -278,44 +272,44 @@ typedef struct __attribute__((packed)) NAL_BUFFER {
 
 /* ---- Layout checks: the same on 32-bit and 64-bit builds ------------------------- */
 
-QRV_H264_LAYOUT(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 fields");
-QRV_H264_LAYOUT(offsetof(hdr_parameters, cbr_flag) == 19 * 4, "hdr_parameters.cbr_flag");
-QRV_H264_LAYOUT(sizeof(SPS_DECODED) == 639 * 4, "SPS_DECODED is 639 fields");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, chroma_format_idc) == 13 * 4, "SPS chroma_format_idc");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, ScalingList8x8) == 128 * 4, "SPS ScalingList8x8");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, separate_colour_plane_flag) == 518 * 4, "SPS bit depths");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, log2_max_frame_num_minus4) == 523 * 4, "SPS frame_num");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, max_num_ref_frames) == 531 * 4, "SPS ref frames");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, vui_parameters_present_flag) == 543 * 4, "SPS VUI");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, nal_hrd) == 566 * 4, "SPS NAL HRD");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, low_delay_hrd_flag) == 628 * 4, "SPS tail");
-QRV_H264_LAYOUT(sizeof(PPS_DECODED) == 811 * 4, "PPS_DECODED is 811 fields");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, run_length_minus1) == 9 * 4, "PPS slice groups");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, slice_group_id) == 36 * 4, "PPS slice_group_id");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, num_ref_idx_l0_default_active_minus1) == 292 * 4,
-                "PPS ref idx defaults");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, more_rbsp_data) == 302 * 4, "PPS more_rbsp_data");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, pic_scaling_list_present_flag) == 305 * 4,
-                "PPS scaling block");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, second_chroma_qp_index_offset) == 809 * 4,
-                "PPS second chroma offset");
-QRV_H264_LAYOUT(sizeof(SLICE_HEADER) == 819 * 4, "SLICE_HEADER is 819 fields");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, reserved) == 19 * 4, "SLICE_HEADER unused fields");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, cabac_init_idc) == 24 * 4, "SLICE_HEADER cabac");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4,
-                "SLICE_HEADER weights");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, luma_weight_l1_flag) == 420 * 4, "SLICE_HEADER list 1");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 * 4,
-                "SLICE_HEADER reordering");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, no_output_of_prior_pics_flag) == 811 * 4,
-                "SLICE_HEADER marking");
-QRV_H264_LAYOUT(offsetof(NAL_BUFFER, data) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER.data");
-QRV_H264_LAYOUT(offsetof(NAL_BUFFER, reserved) == QRV_NAL_BUFFER_STORAGE + sizeof(void *),
-                "NAL_BUFFER unused field");
-QRV_H264_LAYOUT(offsetof(NAL_BUFFER, length) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 4,
-                "NAL_BUFFER.length");
-QRV_H264_LAYOUT(sizeof(NAL_BUFFER) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 8,
-                "NAL_BUFFER is packed");
+QRV_STATIC_ASSERT(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 fields");
+QRV_STATIC_ASSERT(offsetof(hdr_parameters, cbr_flag) == 19 * 4, "hdr_parameters.cbr_flag");
+QRV_STATIC_ASSERT(sizeof(SPS_DECODED) == 639 * 4, "SPS_DECODED is 639 fields");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, chroma_format_idc) == 13 * 4, "SPS chroma_format_idc");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, ScalingList8x8) == 128 * 4, "SPS ScalingList8x8");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, separate_colour_plane_flag) == 518 * 4, "SPS bit depths");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, log2_max_frame_num_minus4) == 523 * 4, "SPS frame_num");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, max_num_ref_frames) == 531 * 4, "SPS ref frames");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, vui_parameters_present_flag) == 543 * 4, "SPS VUI");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, nal_hrd) == 566 * 4, "SPS NAL HRD");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, low_delay_hrd_flag) == 628 * 4, "SPS tail");
+QRV_STATIC_ASSERT(sizeof(PPS_DECODED) == 811 * 4, "PPS_DECODED is 811 fields");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, run_length_minus1) == 9 * 4, "PPS slice groups");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, slice_group_id) == 36 * 4, "PPS slice_group_id");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, num_ref_idx_l0_default_active_minus1) == 292 * 4,
+                  "PPS ref idx defaults");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, more_rbsp_data) == 302 * 4, "PPS more_rbsp_data");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, pic_scaling_list_present_flag) == 305 * 4,
+                  "PPS scaling block");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, second_chroma_qp_index_offset) == 809 * 4,
+                  "PPS second chroma offset");
+QRV_STATIC_ASSERT(sizeof(SLICE_HEADER) == 819 * 4, "SLICE_HEADER is 819 fields");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, reserved) == 19 * 4, "SLICE_HEADER unused fields");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, cabac_init_idc) == 24 * 4, "SLICE_HEADER cabac");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4,
+                  "SLICE_HEADER weights");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_weight_l1_flag) == 420 * 4, "SLICE_HEADER list 1");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 * 4,
+                  "SLICE_HEADER reordering");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, no_output_of_prior_pics_flag) == 811 * 4,
+                  "SLICE_HEADER marking");
+QRV_STATIC_ASSERT(offsetof(NAL_BUFFER, data) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER.data");
+QRV_STATIC_ASSERT(offsetof(NAL_BUFFER, reserved) == QRV_NAL_BUFFER_STORAGE + sizeof(void *),
+                  "NAL_BUFFER unused field");
+QRV_STATIC_ASSERT(offsetof(NAL_BUFFER, length) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 4,
+                  "NAL_BUFFER.length");
+QRV_STATIC_ASSERT(sizeof(NAL_BUFFER) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 8,
+                  "NAL_BUFFER is packed");
 
 /* ---- Parameter sets -------------------------------------------------------------- */
 

@@ -48,31 +48,25 @@ typedef struct MEDIACMD {
 #pragma pack(pop)
 
 /* Peers exchange the record by size and offset: hold them on every build. */
-#ifdef __cplusplus
-#define QRV_MEDIACMD_ASSERT(cond, what) static_assert(cond, what)
-#else
-#define QRV_MEDIACMD_ASSERT(cond, what) _Static_assert(cond, what)
-#endif
-QRV_MEDIACMD_ASSERT(sizeof(MEDIACMD) == 1116, "MEDIACMD is 1116 bytes");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, prev) == 0, "prev at 0");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, next) == 8, "next at 8");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, list) == 16, "list at 16");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, CmdID) == 24, "CmdID at 24");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, StructSize) == 28, "StructSize at 28");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Channel) == 32, "Channel at 32");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Cmd) == 36, "Cmd at 36");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, cmdFlags) == 40, "cmdFlags at 40");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Speed) == 44, "Speed at 44");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, VideoChannels) == 48, "VideoChannels at 48");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, AudioChannels) == 52, "AudioChannels at 52");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, InfoChannels) == 56, "InfoChannels at 56");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, CmdAlt) == 60, "CmdAlt at 60");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Position) == 64, "Position at 64");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, Start) == 68, "Start at 68");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, End) == 72, "End at 72");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, ClipID) == MEDIACMD_AREA_OFFSET, "ClipID at 76");
-QRV_MEDIACMD_ASSERT(offsetof(MEDIACMD, FileName) == 85, "FileName at 85");
-#undef QRV_MEDIACMD_ASSERT
+QRV_STATIC_ASSERT(sizeof(MEDIACMD) == 1116, "MEDIACMD is 1116 bytes");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, prev) == 0, "prev at 0");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, next) == 8, "next at 8");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, list) == 16, "list at 16");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, CmdID) == 24, "CmdID at 24");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, StructSize) == 28, "StructSize at 28");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, Channel) == 32, "Channel at 32");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, Cmd) == 36, "Cmd at 36");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, cmdFlags) == 40, "cmdFlags at 40");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, Speed) == 44, "Speed at 44");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, VideoChannels) == 48, "VideoChannels at 48");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, AudioChannels) == 52, "AudioChannels at 52");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, InfoChannels) == 56, "InfoChannels at 56");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, CmdAlt) == 60, "CmdAlt at 60");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, Position) == 64, "Position at 64");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, Start) == 68, "Start at 68");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, End) == 72, "End at 72");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, ClipID) == MEDIACMD_AREA_OFFSET, "ClipID at 76");
+QRV_STATIC_ASSERT(offsetof(MEDIACMD, FileName) == 85, "FileName at 85");
 
 /* ---- Command codes (ct) ------------------------------------------------------- */
 

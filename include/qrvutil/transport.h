@@ -43,7 +43,7 @@ public:
     int Fractionalize();
 };
 
-static_assert(sizeof(CQRVSpeed) == 4, "CQRVSpeed is one 32-bit value");
+QRV_STATIC_ASSERT(sizeof(CQRVSpeed) == 4, "CQRVSpeed is one 32-bit value");
 
 /* value = a * b / 65520 (64-bit product, truncated, kept as 32 bits). */
 QRV_API CQRVSpeed operator*(const CQRVSpeed &a, const CQRVSpeed &b);
@@ -72,7 +72,7 @@ public:
     void SetAsFrac(int num, int den);
 };
 
-static_assert(sizeof(CQRVPos) == 8, "CQRVPos is two 32-bit values");
+QRV_STATIC_ASSERT(sizeof(CQRVPos) == 8, "CQRVPos is two 32-bit values");
 
 QRV_API CQRVPos operator+(const CQRVPos &a, const CQRVPos &b);
 QRV_API CQRVPos operator-(const CQRVPos &a, const CQRVPos &b);
@@ -128,8 +128,8 @@ public:
     void SetSpeedZero(const CQRVSpeed &s);
 };
 
-static_assert(sizeof(CQRVTransTC) == 36, "CQRVTransTC layout is fixed");
-static_assert(sizeof(CQRVTransTC2) == sizeof(CQRVTransTC), "CQRVTransTC2 adds no fields");
+QRV_STATIC_ASSERT(sizeof(CQRVTransTC) == 36, "CQRVTransTC layout is fixed");
+QRV_STATIC_ASSERT(sizeof(CQRVTransTC2) == sizeof(CQRVTransTC), "CQRVTransTC2 adds no fields");
 
 #endif /* __cplusplus */
 
