@@ -9,20 +9,6 @@ using namespace qrv;
 
 namespace {
 
-// Profiles whose SPS carries chroma format, bit depths and scaling lists.
-// 138, 139, 134 and 135 are not in it: recorded streams of those profiles
-// were always read as 4:2:0 8-bit, and that reading is kept.
-constexpr int32_t kChromaSyntaxProfiles[] = {83, 86, 100, 110, 118, 122, 128, 244, 44};
-
-bool hasChromaSyntax(int32_t profile_idc)
-{
-    for (int32_t p : kChromaSyntaxProfiles) {
-        if (p == profile_idc)
-            return true;
-    }
-    return false;
-}
-
 void readProfileAndLevel(kx_bitstream *bs, SPS_DECODED *sps)
 {
     sps->profile_idc = readU(bs, 8);
@@ -106,8 +92,6 @@ void readFrameGeometry(kx_bitstream *bs, SPS_DECODED *sps)
         sps->frame_crop_bottom_offset = readUeField(bs);
     }
 }
-
-constexpr int32_t kExtendedSar = 255;
 
 void readAspectRatio(kx_bitstream *bs, SPS_DECODED *sps)
 {

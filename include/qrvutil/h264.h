@@ -360,6 +360,79 @@ QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps
 QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED *pps,
                                 const unsigned char *avcc);
 
+/* ---- Picture geometry -------------------------------------------------------------- */
+
+/* Room of QRV_H264_GEOMETRY.profile_name and .level_text, terminator included. */
+#define QRV_H264_PROFILE_NAME_SIZE 32
+#define QRV_H264_LEVEL_TEXT_SIZE 8
+
+/* What a decoded SPS says about the pictures, in the units players show.
+ * Fixed layout, the same on 32-bit and 64-bit builds. */
+typedef struct QRV_H264_GEOMETRY {
+    uint32_t coded_width;       /* decoded samples before cropping: 16 x macroblocks */
+    uint32_t coded_height;      /* likewise; a field-coded map unit counts twice */
+    uint32_t width;             /* after the frame cropping */
+    uint32_t height;
+    uint32_t crop_left;         /* samples cropped at the left, after the crop-unit scaling */
+    uint32_t crop_top;          /* lines cropped at the top, likewise */
+    uint32_t frame_mbs_only_flag;
+    uint32_t chroma_format_idc; /* 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4 */
+    uint32_t bit_depth_luma;    /* 8 to 14 */
+    uint32_t bit_depth_chroma;
+    uint32_t sar_num;           /* sample aspect ratio, reduced; 0:0 when unspecified */
+    uint32_t sar_den;
+    uint32_t fps_num;           /* frame rate, reduced; 0/0 without usable VUI timing */
+    uint32_t fps_den;
+    char profile_name[QRV_H264_PROFILE_NAME_SIZE];
+    char level_text[QRV_H264_LEVEL_TEXT_SIZE];
+} QRV_H264_GEOMETRY;
+
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, coded_width) == 0, "QRV_H264_GEOMETRY.coded_width");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, coded_height) == 4, "QRV_H264_GEOMETRY.coded_height");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, width) == 8, "QRV_H264_GEOMETRY.width");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, height) == 12, "QRV_H264_GEOMETRY.height");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, crop_left) == 16, "QRV_H264_GEOMETRY.crop_left");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, crop_top) == 20, "QRV_H264_GEOMETRY.crop_top");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, frame_mbs_only_flag) == 24,
+                  "QRV_H264_GEOMETRY.frame_mbs_only_flag");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, chroma_format_idc) == 28,
+                  "QRV_H264_GEOMETRY.chroma_format_idc");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_luma) == 32, "QRV_H264_GEOMETRY.bit_depth_luma");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_chroma) == 36,
+                  "QRV_H264_GEOMETRY.bit_depth_chroma");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, sar_num) == 40, "QRV_H264_GEOMETRY.sar_num");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, sar_den) == 44, "QRV_H264_GEOMETRY.sar_den");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, fps_num) == 48, "QRV_H264_GEOMETRY.fps_num");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, fps_den) == 52, "QRV_H264_GEOMETRY.fps_den");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, profile_name) == 56, "QRV_H264_GEOMETRY.profile_name");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, level_text) == 88, "QRV_H264_GEOMETRY.level_text");
+QRV_STATIC_ASSERT(sizeof(QRV_H264_GEOMETRY) == 96, "QRV_H264_GEOMETRY is 96 bytes");
+
+/* Describes the pictures of a decoded SPS (from qrvutilRead_SPS and friends).
+ * Reads `sps` only; writes every field of `g`, or nothing when it fails.
+ * Returns QRV_OK; QRV_E_ARGUMENT for a null pointer; QRV_E_UNSUPPORTED for a
+ * profile_idc whose SPS the reader does not decode in full (the record's
+ * later fields would be guesses: 134, 135, 138, 139, 144 and unknown ones);
+ * QRV_E_RANGE for a value the syntax does not allow (chroma_format_idc above
+ * 3, a bit depth above 14, an unknown level_idc, cropping that leaves no
+ * picture, a size beyond 32 bits).
+ * - Profiles without the chroma syntax (Baseline, Main, Extended) are 8-bit
+ *   4:2:0: their records hold bit_depth_*_minus8 = 8, which is not a depth.
+ * - Cropping is in the standard's crop units: 2 x 2 samples for 4:2:0, 2 x 1
+ *   for 4:2:2, 1 x 1 for 4:4:4 and monochrome (or separate colour planes);
+ *   the vertical unit doubles when frame_mbs_only_flag is 0.
+ * - The SAR is Table E-1's value for aspect_ratio_idc 1-16, sar_width:sar_height
+ *   for 255 (Extended_SAR); 0:0 when absent, 0, reserved, or with a zero term.
+ * - A VUI tick is one field period, whatever the coding (frames, fields or
+ *   MBAFF): fps = time_scale / (2 x num_units_in_tick), so 50 / (2 x 1) is
+ *   25/1 and 60000 / (2 x 1001) is 30000/1001, the nominal rate that common
+ *   tools report. With fixed_frame_rate_flag 0 the actual rate may vary.
+ * - profile_name follows Annex A with the intra and constrained forms
+ *   (constraint_set3 on 110, 122, 244; constraint_set1 on 66); Progressive and
+ *   Constrained High are named "High". level_text is "1b" for level_idc 9,
+ *   and for 11 with constraint_set3 on profiles 66, 77 and 88. */
+QRV_API int qrvutilGetGeometry(const SPS_DECODED *sps, QRV_H264_GEOMETRY *g);
+
 QRV_EXTERN_C_END
 
 #endif
