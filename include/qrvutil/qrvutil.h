@@ -3,6 +3,7 @@
 #ifndef QRVUTIL_QRVUTIL_H
 #define QRVUTIL_QRVUTIL_H
 
+#include <qrvutil/version.h> /* generated into the build tree */
 #include "status.h"
 #include "host.h"
 #include "mediacmd.h"
