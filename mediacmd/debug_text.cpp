@@ -134,7 +134,7 @@ int __dbgout_tc(unsigned frames, int tcType) {
     const unsigned type = static_cast<unsigned>(tcType) & 0xFFu;
     /* Type 0 has no timecode rate of its own: show it as non-drop-frame. */
     const unsigned flags = type ? (type | 0x10100u) : 0x10102u;
-    char text[32] = {};
+    char text[QRV_TIMECODE_TEXT_SIZE] = {};
     tcToString(frames, flags, text);
     return logDebug(text);
 }

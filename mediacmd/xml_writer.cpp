@@ -66,13 +66,13 @@ void setFlagAttributes(TiXmlElement *element, uint32_t flags, const FlagAttribut
 }
 
 std::string integerText(int value, int radix) {
-    char text[40] = {};
+    char text[QRV_INTEGER_TEXT_SIZE] = {};
     intToString(value, text, radix);
     return text;
 }
 
 std::string timecodeText(int32_t frames, uint32_t form) {
-    char text[32] = {};
+    char text[QRV_TIMECODE_TEXT_SIZE] = {};
     tcToString(static_cast<uint32_t>(frames), form, text);
     return text;
 }
