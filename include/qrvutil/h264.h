@@ -362,26 +362,27 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
 
 /* ---- Picture geometry -------------------------------------------------------------- */
 
-/* Room of QRV_H264_GEOMETRY.profile_name and .level_text, terminator included. */
+/** Room of QRV_H264_GEOMETRY.profile_name, terminator included. */
 #define QRV_H264_PROFILE_NAME_SIZE 32
+/** Room of QRV_H264_GEOMETRY.level_text, terminator included. */
 #define QRV_H264_LEVEL_TEXT_SIZE 8
 
-/* What a decoded SPS says about the pictures, in the units players show.
- * Fixed layout, the same on 32-bit and 64-bit builds. */
+/** What a decoded SPS says about the pictures, in the units players show.
+ *  Fixed layout, the same on 32-bit and 64-bit builds. */
 typedef struct QRV_H264_GEOMETRY {
-    uint32_t coded_width;       /* decoded samples before cropping: 16 x macroblocks */
-    uint32_t coded_height;      /* likewise; a field-coded map unit counts twice */
-    uint32_t width;             /* after the frame cropping */
+    uint32_t coded_width;       /**< decoded samples before cropping: 16 x macroblocks */
+    uint32_t coded_height;      /**< likewise; a field-coded map unit counts twice */
+    uint32_t width;             /**< after the frame cropping */
     uint32_t height;
-    uint32_t crop_left;         /* samples cropped at the left, after the crop-unit scaling */
-    uint32_t crop_top;          /* lines cropped at the top, likewise */
+    uint32_t crop_left;         /**< samples cropped at the left, after the crop-unit scaling */
+    uint32_t crop_top;          /**< lines cropped at the top, likewise */
     uint32_t frame_mbs_only_flag;
-    uint32_t chroma_format_idc; /* 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4 */
-    uint32_t bit_depth_luma;    /* 8 to 14 */
+    uint32_t chroma_format_idc; /**< 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4 */
+    uint32_t bit_depth_luma;    /**< 8 to 14 */
     uint32_t bit_depth_chroma;
-    uint32_t sar_num;           /* sample aspect ratio, reduced; 0:0 when unspecified */
+    uint32_t sar_num;           /**< sample aspect ratio, reduced; 0:0 when unspecified */
     uint32_t sar_den;
-    uint32_t fps_num;           /* frame rate, reduced; 0/0 without usable VUI timing */
+    uint32_t fps_num;           /**< frame rate, reduced; 0/0 without usable VUI timing */
     uint32_t fps_den;
     char profile_name[QRV_H264_PROFILE_NAME_SIZE];
     char level_text[QRV_H264_LEVEL_TEXT_SIZE];
@@ -397,18 +398,20 @@ QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, frame_mbs_only_flag) == 24,
                   "QRV_H264_GEOMETRY.frame_mbs_only_flag");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, chroma_format_idc) == 28,
                   "QRV_H264_GEOMETRY.chroma_format_idc");
-QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_luma) == 32, "QRV_H264_GEOMETRY.bit_depth_luma");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_luma) == 32,
+                  "QRV_H264_GEOMETRY.bit_depth_luma");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_chroma) == 36,
                   "QRV_H264_GEOMETRY.bit_depth_chroma");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, sar_num) == 40, "QRV_H264_GEOMETRY.sar_num");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, sar_den) == 44, "QRV_H264_GEOMETRY.sar_den");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, fps_num) == 48, "QRV_H264_GEOMETRY.fps_num");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, fps_den) == 52, "QRV_H264_GEOMETRY.fps_den");
-QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, profile_name) == 56, "QRV_H264_GEOMETRY.profile_name");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, profile_name) == 56,
+                  "QRV_H264_GEOMETRY.profile_name");
 QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, level_text) == 88, "QRV_H264_GEOMETRY.level_text");
 QRV_STATIC_ASSERT(sizeof(QRV_H264_GEOMETRY) == 96, "QRV_H264_GEOMETRY is 96 bytes");
 
-/* Describes the pictures of a decoded SPS (from qrvutilRead_SPS and friends).
+/** Describes the pictures of a decoded SPS (from qrvutilRead_SPS and friends).
  * Reads `sps` only; writes every field of `g`, or nothing when it fails.
  * Returns QRV_OK; QRV_E_ARGUMENT for a null pointer; QRV_E_UNSUPPORTED for a
  * profile_idc whose SPS the reader does not decode in full (the record's
