@@ -77,11 +77,6 @@ std::string timecodeText(int32_t frames, uint32_t form) {
     return text;
 }
 
-/* Percent of normal speed, truncated toward zero. */
-int speedPercent(int32_t speed) {
-    return static_cast<int>(static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL);
-}
-
 /* Text of the bytes [p, p + limit) up to their first zero. */
 std::string boundedText(const char *p, size_t limit) {
     return std::string(p, boundedLength(p, limit));
@@ -114,7 +109,7 @@ void writeSpeed(TiXmlElement *root, const MEDIACMD *cmd) {
         if (!(flags & cfIsShuttle) && cmd->Cmd != ctPlay && cmd->Cmd != ctRecord) return;
         value = MEDIACMD_SPEED_NORMAL;
     }
-    TiXmlElement *element = addTextElement(root, "Speed", integerText(speedPercent(cmd->Speed), 25));
+    TiXmlElement *element = addTextElement(root, "Speed", integerText(static_cast<int>(speedPercent(cmd->Speed)), 25));
     element->SetAttribute("Value", value);
     if (flags & cfIsShuttle) element->SetAttribute("IsShuttle", 1);
 }

@@ -16,6 +16,7 @@
 #include <stdint.h>
 
 #include "export.h"
+#include "transport.h"
 
 QRV_EXTERN_C_BEGIN
 
@@ -26,7 +27,7 @@ QRV_EXTERN_C_BEGIN
 #define MEDIACMD_AREA_OFFSET 76u      /**< ClipID: start of the shared trailing area */
 #define MEDIACMD_AREA_SIZE 1040u      /**< ClipID to the end of the record */
 #define MEDIACMD_SPEED_UNSET 0x7FFFFFFF /**< Speed not given ("as before" for speedReps()) */
-#define MEDIACMD_SPEED_NORMAL 65520   /**< one times normal forward play */
+#define MEDIACMD_SPEED_NORMAL QRV_TRANSPORT_UNIT /**< one times normal forward play: 65520 */
 
 /**
  * One command. The layout is fixed (peers exchange it by size): 4-byte
