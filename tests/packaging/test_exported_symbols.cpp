@@ -4,7 +4,10 @@
 // script).
 #include <gtest/gtest.h>
 
+#include <cxxabi.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -109,11 +112,22 @@ Declared readHeaders(const std::vector<std::filesystem::path> &dirs)
     return d;
 }
 
+// A C++ symbol as it reads in source ("CQRVPos::Normalize()"); C names as they are.
+std::string demangled(const std::string &name)
+{
+    int status = 0;
+    char *text = abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status);
+    const std::string result = status == 0 && text != nullptr ? text : name;
+    std::free(text);
+    return result;
+}
+
 // Demangled names of the library's defined dynamic symbols, each checked to
-// carry the one version node.
+// carry the one version node. Demangled here, not by nm: not every nm
+// demangles a name that carries its version.
 std::vector<std::string> exportedSymbols()
 {
-    const std::string cmd = std::string(QRV_NM) + " -D --defined-only -C '" + QRV_LIBRARY + "'";
+    const std::string cmd = std::string(QRV_NM) + " -D --defined-only '" + QRV_LIBRARY + "'";
     std::vector<std::string> names;
     FILE *p = popen(cmd.c_str(), "r");
     EXPECT_NE(p, nullptr) << cmd;
@@ -129,12 +143,13 @@ std::vector<std::string> exportedSymbols()
             ADD_FAILURE() << "unexpected nm line: " << text;
             continue;
         }
-        std::string name = m[2];
-        if (m[1] == "A" && name == kVersionNode)
-            continue;
-        const size_t at = name.rfind("@@");
-        EXPECT_TRUE(at != std::string::npos && name.substr(at + 2) == kVersionNode) << name;
-        names.push_back(name.substr(0, at));
+        const std::string name = m[2];
+        const size_t at = name.find('@');
+        const std::string base = name.substr(0, at);
+        if (m[1] == "A" && base == kVersionNode)
+            continue; // the version node's own symbol
+        EXPECT_TRUE(at != std::string::npos && name.substr(at) == "@@" + kVersionNode) << name;
+        names.push_back(demangled(base));
     }
     EXPECT_EQ(pclose(p), 0) << cmd;
     return names;
