@@ -34,13 +34,9 @@ void reportException(const char *what) {
     logErrorFormat(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n\r", what);
 }
 
-/* Longest integer and timecode texts, terminator included. */
-constexpr size_t kIntegerTextSize = 40;
-constexpr size_t kTimecodeTextSize = 32;
-
 /* An integer or timecode text in a small local buffer. */
 struct ShortText {
-    char text[kIntegerTextSize] = {};
+    char text[QRV_INTEGER_TEXT_SIZE] = {};
     size_t length() const { return std::strlen(text); }
 };
 
@@ -51,7 +47,7 @@ ShortText integerText(int value, int radix) {
 }
 
 ShortText timecodeText(int32_t frames, uint32_t form) {
-    static_assert(kTimecodeTextSize <= kIntegerTextSize, "one buffer serves both");
+    static_assert(QRV_TIMECODE_TEXT_SIZE <= QRV_INTEGER_TEXT_SIZE, "one buffer serves both");
     ShortText t;
     tcToString(static_cast<uint32_t>(frames), form, t.text);
     return t;
@@ -82,10 +78,6 @@ void flagAttributes(Out &out, uint32_t flags, const FlagAttribute (&rows)[N]) {
         if (flags & row.flag) out.attribute(row.name, 1);
 }
 
-/* Percent of normal speed, truncated toward zero. */
-int speedPercent(int32_t speed) {
-    return static_cast<int>(static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL);
-}
 
 /* ---- Header elements ---------------------------------------------------------- */
 
@@ -120,7 +112,7 @@ void writeSpeed(Out &out, const MEDIACMD *cmd) {
         if (!(flags & cfIsShuttle) && cmd->Cmd != ctPlay && cmd->Cmd != ctRecord) return;
         value = MEDIACMD_SPEED_NORMAL;
     }
-    const ShortText text = integerText(speedPercent(cmd->Speed), 25);
+    const ShortText text = integerText(static_cast<int>(speedPercent(cmd->Speed)), 25);
     out.open("Speed");
     out.attribute("Value", value);
     flagAttributes(out, flags, kSpeedAttributes);
@@ -345,7 +337,7 @@ int writeDocument(Out &out, MEDIACMD *cmd, unsigned tcType) {
  * value) each byte of which may print as six. The block may so be larger
  * than its text; a text that would not fit is never cut (see below). */
 constexpr size_t kFixedTextRoom = 3072;
-constexpr size_t kAreaTextRoom = TextOutput::escapedRoom(2 * kAreaSize + 2 * kIntegerTextSize);
+constexpr size_t kAreaTextRoom = TextOutput::escapedRoom(2 * kAreaSize + 2 * QRV_INTEGER_TEXT_SIZE);
 
 size_t textRoom(const MEDIACMD *cmd) {
     return kFixedTextRoom + (cmd->cmdFlags & cfUseClipID ? kAreaTextRoom : 0);
