@@ -109,6 +109,29 @@ void storeNumeric(cfgHandle handle, const char *name, uint32_t value)
     cfgValueDword(handle, kDefaultsKey, name, &stored, QRV_CFG_WRITE);
 }
 
+// The calls of one record load or store go to the store as one group: on
+// the default store one transaction, so a writer killed midway leaves the
+// previous record whole and a load sees one record, not parts of two. The
+// results stay those of the single calls (all four functions return 0).
+class StoreGroup {
+public:
+    explicit StoreGroup(cfgHandle handle)
+        : handle_(handle), open_(cfgBeginBatch(handle) == QRV_OK)
+    {
+    }
+    ~StoreGroup()
+    {
+        if (open_)
+            cfgEndBatch(handle_);
+    }
+    StoreGroup(const StoreGroup &) = delete;
+    StoreGroup &operator=(const StoreGroup &) = delete;
+
+private:
+    cfgHandle handle_;
+    bool open_;
+};
+
 // The user file is used only when it already exists; it is never created.
 // A file the store cannot open is skipped.
 template <typename Action>
@@ -129,6 +152,7 @@ extern "C" {
 
 int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info)
 {
+    StoreGroup group(handle);
     for (int slot = kFirstStoredTextSlot; slot < QRVINFO_TEXT_SLOTS; ++slot) {
         if (slot == QRVINFO_TEXT_VERSION)
             setVersionText(info->text[slot]);
@@ -142,6 +166,7 @@ int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info)
 
 int qrvInfoWriteRegSet(cfgHandle handle, const QRVINFO *info)
 {
+    StoreGroup group(handle);
     for (int slot = kFirstStoredTextSlot; slot < QRVINFO_TEXT_SLOTS; ++slot)
         if (isStoredTextSlot(slot))
             storeText(handle, kTextSlotNames[slot], info->text[slot]);

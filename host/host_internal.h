@@ -28,6 +28,8 @@ int builtinCfgValueDword(cfgHandle handle, const char *keyPath, const char *valu
 int builtinCfgValueString(cfgHandle handle, const char *keyPath, const char *valueName,
                           char *buffer, unsigned *size, int direction);
 int builtinCfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName);
+int builtinCfgBeginBatch(cfgHandle handle);
+int builtinCfgEndBatch(cfgHandle handle);
 
 osHandle builtinOsCreateFile(const char *path, unsigned access, unsigned share, void *security,
                              unsigned disposition, unsigned flags, void *templ);

@@ -19,6 +19,7 @@
 #include <stdint.h>
 
 #include "export.h"
+#include "status.h"
 
 QRV_EXTERN_C_BEGIN
 
@@ -125,6 +126,19 @@ QRV_API int cfgValueString(cfgHandle handle, const char *keyPath, const char *va
 /* Removes a value. Returns 0 when a value was removed, non-zero when there
  * was none or the store failed. */
 QRV_API int cfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName);
+/* Groups the store calls this thread makes on `handle` until the matching
+ * cfgEndBatch(), so that they take effect together. On the default store the
+ * group is one transaction: a process killed inside it leaves none of the
+ * group's writes, and its reads see one moment of the store. A cfgOpen()
+ * file is written whole by cfgClose() anyway, so there grouping changes
+ * nothing. Groups nest; the outermost end commits. A call that fails inside
+ * a group fails alone. Returns QRV_OK, or QRV_E_ARGUMENT for a handle that
+ * is neither QRV_CFG_DEFAULT nor from cfgOpen(). */
+QRV_API int cfgBeginBatch(cfgHandle handle);
+/* Ends a group begun on `handle`; the outermost end commits what the group
+ * wrote. Returns QRV_OK; QRV_E_IO, after logging why, when the commit failed
+ * and the group's writes are gone; QRV_E_ARGUMENT when no group is open. */
+QRV_API int cfgEndBatch(cfgHandle handle);
 
 /* ---- Files -------------------------------------------------------------------- */
 
@@ -201,8 +215,14 @@ QRV_API int tcToFrame(const char *text, unsigned flags, unsigned *frames);
 
 /* ---- Replacing services ------------------------------------------------------------ */
 
-/* A host's implementations. Null entries keep the built-in service. */
+/* A host's implementations. Null entries keep the built-in service.
+ * `size` comes first and must be set to sizeof(qrvHostServices) as the
+ * caller's header declares it, so that the table can grow: a table of an
+ * older, shorter layout (without the batch entries) is still taken, its
+ * missing entries counting as null; a size the library does not know is
+ * refused. */
 typedef struct qrvHostServices {
+    uint32_t size;
     void *(*alloc)(size_t size);
     void (*free)(void *block);
     /* Receives every finished log line with its level (QRV_LOG_*). */
@@ -227,12 +247,29 @@ typedef struct qrvHostServices {
     int (*osFileExists)(const char *path);
     unsigned (*osGetMs)(void);
     void (*osSleepMicroseconds)(unsigned microseconds);
+    /* Optional: the begin and end of a group of store calls (see
+     * cfgBeginBatch). A host that replaces any configuration-store entry
+     * but not these gets no grouping: every store call stands alone. */
+    int (*cfgBeginBatch)(cfgHandle handle);
+    int (*cfgEndBatch)(cfgHandle handle);
 } qrvHostServices;
 
+/* Fixed layout: the size word, then one pointer per entry (the word is
+ * padded to a pointer's width on 64-bit builds). */
+QRV_STATIC_ASSERT(offsetof(qrvHostServices, alloc) == sizeof(void *),
+                  "qrvHostServices: entries start one pointer in");
+QRV_STATIC_ASSERT(offsetof(qrvHostServices, cfgBeginBatch) == 19 * sizeof(void *),
+                  "qrvHostServices: the batch entries follow the 18 first entries");
+QRV_STATIC_ASSERT(sizeof(qrvHostServices) == 21 * sizeof(void *),
+                  "qrvHostServices: size word and 20 entries");
+
 /* Installs a host's services: every non-null entry replaces the built-in one,
- * every null entry restores it. The table is copied. Not thread-safe: call it
- * before the library is used from several threads. */
-QRV_API void qrvSetHostServices(const qrvHostServices *services);
+ * every null entry restores it. The table is copied (only its first `size`
+ * bytes are read). Returns QRV_OK, or QRV_E_ARGUMENT after logging an error
+ * when `size` is not a layout the library knows; the services in force then
+ * stay as they were. Null restores every built-in service. Not thread-safe:
+ * call it before the library is used from several threads. */
+QRV_API int qrvSetHostServices(const qrvHostServices *services);
 /* Restores every built-in service. */
 QRV_API void qrvResetHostServices(void);
 
