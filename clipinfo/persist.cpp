@@ -193,6 +193,16 @@ int qrvInfoReadReg(QRVINFO *info, int fromStore, int fromUserFile)
     return 0;
 }
 
+int qrvInfoMarkSeeded(void)
+{
+    // The value means nothing to this library; 0 disables nothing for a
+    // host that reads the switch by its name.
+    unsigned value = 0;
+    return cfgValueDword(QRV_CFG_DEFAULT, kMetaDataKey, kSeededSwitch, &value, QRV_CFG_WRITE) == 0
+               ? QRV_OK
+               : QRV_E_IO;
+}
+
 int qrvInfoWriteReg(const QRVINFO *info, int toStore, int toUserFile)
 {
     if (toStore)
