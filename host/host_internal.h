@@ -6,6 +6,7 @@
 
 #include <qrvutil/host.h>
 
+#include <cerrno>
 #include <string>
 
 namespace qrv::host {
@@ -44,6 +45,18 @@ unsigned builtinOsGetLastError(void);
 int builtinOsFileExists(const char *path);
 unsigned builtinOsGetMs(void);
 void builtinOsSleepMicroseconds(unsigned microseconds);
+
+/* Repeats a system call for as long as a signal interrupts it (a negative
+ * result with errno EINTR), and returns its first other result. */
+template <typename Call>
+auto retryInterrupted(Call call) -> decltype(call())
+{
+    decltype(call()) result;
+    do {
+        result = call();
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
 
 /* Records the calling thread's last failure for osGetLastError(). */
 void setLastError(int code);
