@@ -272,19 +272,31 @@ typedef struct QRVINFO {
     uint32_t ReservedEnd; /* reset to 0; otherwise untouched */
 } QRVINFO;
 
-/* Frees every text slot and resets every field; also initialises a fresh
- * record, whose text slots must be null or owned. */
+/* Frees every text slot with hostFree() and resets every field: numeric
+ * slots to QRVINFO_NOT_SET except TIMECODE, VITC_TIMECODE, POSTER_FRAME and
+ * A_FRAME, which start at 0. Also initialises a fresh record, whose text
+ * slots must be null or owned (zero the record first). */
 QRV_API void qrvInfoDelete(QRVINFO *info);
-/* Merges src into dst: locators 0-2 only fill empty slots, other set text
- * slots replace dst's with copies, set numeric slots overwrite. Returns 0. */
+/* Merges src into dst: the file name and locators (slots 0-2) only fill
+ * empty slots and are never replaced; other non-null text slots replace
+ * dst's with hostAlloc() copies (the old blocks freed); numeric slots other
+ * than QRVINFO_NOT_SET overwrite. src may be dst. Returns 0. */
 QRV_API int qrvInfoSet(QRVINFO *dst, const QRVINFO *src);
 /* Writes the tag name of `index` into `name` (QRVINFO_DESCRIPTION_SIZE
- * bytes). Indexes 0-78 name text tags without the unused "DoNotUse" slot,
- * 4097-4129 numeric slots 0-32, 0x10000-0x10022 stream fields. Returns 0, or
- * -1 after writing "Unk(<index>) " for any other index. */
+ * bytes are always enough). Kept display numbering, which hosts store:
+ * indexes 0-78 name text slots with "DoNotUse" (slot 14) skipped, so index
+ * n >= 14 names slot n + 1 and slots 80-98 have no index; 4097-4129 name
+ * numeric slots 0-32 only; 0x10000-0x10022 name stream fields. Returns 0,
+ * or -1 after writing "Unk(<index as a signed number>) " for any other. */
 QRV_API int qrvInfoGetDescription(unsigned index, char *name);
-/* The timecode-type code named by a TcType="..." attribute inside `text`;
- * 0 for null text, no attribute or an unknown value. */
+/* The timecode-type code named by a TcType= attribute anywhere inside
+ * `text` (spelled TcType=, tctype= or TCTYPE=, tried in that order; the
+ * character after '=' is skipped as the quote, whatever it is). The value is
+ * matched by prefix, ignoring case: "frames" 0, "23.98" 132, "film-drop"
+ * 128, "film" 1, "pal" 8, "drop-frame" 4, "50" 16, "59.94" 32, "60" 64. Kept:
+ * "non-drop-frame" gives 4, the drop-frame code, as clips already carry it.
+ * 0 for null text, no attribute or an unknown value; reads nothing past the
+ * text's terminator. */
 QRV_API unsigned sqrvInfoFindTcType(const char *text);
 
 /* ---- Persistence -------------------------------------------------------------- */

@@ -57,13 +57,15 @@ typedef long long osHandle;
 
 /* ---- Memory --------------------------------------------------------------- */
 
-/* A block of at least `size` bytes, or null. Release it with hostFree(). */
+/* A block of at least `size` bytes (a zero size still gets a block of its
+ * own), or null. Release it with hostFree(). */
 QRV_API void *hostAlloc(size_t size);
 /* Releases a block from hostAlloc(); null is allowed. */
 QRV_API void hostFree(void *block);
-/* Plain copy of `count` bytes between areas that do not overlap. */
+/* Plain copy of `count` bytes between areas that must not overlap; a zero
+ * count touches neither pointer. */
 QRV_API void hostCopyMemory(void *dst, const void *src, unsigned count);
-/* Sets `count` bytes to zero. */
+/* Sets `count` bytes to zero; a zero count touches nothing. */
 QRV_API void hostZeroMemory(void *dst, unsigned count);
 
 /* ---- Logging ---------------------------------------------------------------- */
@@ -90,8 +92,12 @@ QRV_API int logDebug(const char *text);
 /* ---- Configuration store ------------------------------------------------------ */
 
 /* The default store is the SQLite database "config.sqlite" in the per-user
- * directory, created on the first write (a read never creates it); several
- * processes may use it at once and every write is one transaction. Key paths
+ * directory, created on the first write (a read never creates it, and the
+ * directory is made only when the database cannot be opened); several
+ * processes may use it at once, and every write outside a group
+ * (cfgBeginBatch) is one transaction of its own, so a value acknowledged to
+ * the caller survives the process being killed. Each thread keeps one
+ * connection to it between calls. Key paths
  * are backslash-separated ("Ovalbrook\MetaData\Default"; empty components
  * are ignored); key and value names match exactly, case included. Values are
  * typed, a 32-bit number or a string, and a read with the other type fails.
@@ -100,17 +106,27 @@ QRV_API int logDebug(const char *text);
 
 /* Opens an existing XML file as a store (`flags` is ignored). Bare names
  * resolve in the per-user directory. The file is read whole now and written
- * back by cfgClose(). Returns null, after logging why, when the file is
- * missing, unreadable, not well-formed or not a store file (its root element
- * must be <Config>); such a file is never written. */
+ * back by cfgClose(). Returns null, after logging one line that names the
+ * file, when the file is missing, unreadable, not well-formed, holds
+ * anything but blanks and comments after its root element, or is not a
+ * store file (its root element must be <Config>); such a file is never
+ * written. On success, temporaries of the file left by a killed save
+ * ("<file>.XXXXXX" that no live writer holds locked) are removed. */
 QRV_API cfgHandle cfgOpen(const char *path, int flags);
-/* Closes a handle from cfgOpen() and frees it; with `save` non-zero and
- * something changed, the file is replaced atomically (a temporary file in
- * the same directory, synced, then renamed over it). Returns 0 on success;
- * closing QRV_CFG_DEFAULT does nothing and returns 0. */
+/* Closes a handle from cfgOpen() and frees it, whatever the result; with
+ * `save` non-zero and something changed, the file is replaced atomically
+ * (a locked temporary file in the same directory, synced, then renamed over
+ * it), so a reader or a crash sees the old file or the new one, never a mix;
+ * stale temporaries are removed first. Returns 0 on success, non-zero when
+ * the file could not be written (logged; the file is untouched) or the
+ * handle is unknown. Closing QRV_CFG_DEFAULT does nothing and returns 0.
+ * Two handles on one file do not merge: each save replaces the whole file,
+ * and the last one wins. */
 QRV_API int cfgClose(cfgHandle handle, int save);
 /* Reads (QRV_CFG_READ) or writes (QRV_CFG_WRITE) a 32-bit value. Reading with
- * a null `value` only tests that the value exists. Returns 0 on success. */
+ * a null `value` only tests that the value exists. Returns 0 on success,
+ * non-zero for a missing value, a string value, a null `value` on writing,
+ * another direction, or a failing store. */
 QRV_API int cfgValueDword(cfgHandle handle, const char *keyPath, const char *valueName,
                           unsigned *value, int direction);
 /* Reads or writes a string value. A read stores the size needed (text
@@ -123,8 +139,8 @@ QRV_API int cfgValueDword(cfgHandle handle, const char *keyPath, const char *val
  * Returns 0 on success. */
 QRV_API int cfgValueString(cfgHandle handle, const char *keyPath, const char *valueName,
                            char *buffer, unsigned *size, int direction);
-/* Removes a value. Returns 0 when a value was removed, non-zero when there
- * was none or the store failed. */
+/* Removes a value of either type. Returns 0 when a value was removed,
+ * non-zero when there was none or the store failed. */
 QRV_API int cfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName);
 /* Groups the store calls this thread makes on `handle` until the matching
  * cfgEndBatch(), so that they take effect together. On the default store the
@@ -161,8 +177,8 @@ QRV_API int osReadFile(osHandle handle, void *buffer, unsigned count, unsigned *
                        void *overlapped);
 QRV_API int osWriteFile(osHandle handle, const void *buffer, unsigned count, unsigned *done,
                         void *overlapped);
-/* Moves to an absolute position; returns the position reached, or
- * (unsigned long long)-1 on failure. */
+/* Moves to an absolute position (beyond the end is allowed); returns the
+ * position reached, or (unsigned long long)-1 on failure. */
 QRV_API unsigned long long osSeek(osHandle handle, unsigned long long position);
 /* File size: the low 32 bits (the high 32 bits into *high when not null).
  * 0xFFFFFFFF with *high untouched on failure. Goes through osGetFileSizeEx. */
@@ -181,7 +197,8 @@ QRV_API int osFileExists(const char *path);
  * Each part must hold the whole path. */
 QRV_API void osSplitPath(const char *path, char *drive, char *dir, char *name, char *ext);
 /* Joins the parts again: drive, directory (a '/' added when it lacks one),
- * name, and extension (a '.' added when it lacks one). Null parts are empty. */
+ * name, and extension (a '.' added when it lacks one). Null parts are empty.
+ * `out` must hold every part, two separators and the terminator. */
 QRV_API void osMakePath(char *out, const char *drive, const char *dir, const char *name,
                         const char *ext);
 /* A free-running monotonic millisecond clock; compare readings by difference. */
@@ -215,7 +232,9 @@ QRV_API int tcToFrame(const char *text, unsigned flags, unsigned *frames);
 
 /* ---- Replacing services ------------------------------------------------------------ */
 
-/* A host's implementations. Null entries keep the built-in service.
+/* A host's implementations, each standing in for the call of the same name
+ * (logLine for the sink behind every log call). Null entries keep the
+ * built-in service.
  * `size` comes first and must be set to sizeof(qrvHostServices) as the
  * caller's header declares it, so that the table can grow: a table of an
  * older, shorter layout (without the batch entries) is still taken, its
