@@ -149,9 +149,9 @@ QRV_API int cfgDeleteValue(cfgHandle handle, const char *keyPath, const char *va
  * file is written whole by cfgClose() anyway, so there grouping changes
  * nothing. Groups nest; the outermost end commits. A call that fails inside
  * a group fails alone. A host whose store has no batch entries gets no
- * groups: both calls then do nothing and return QRV_OK. Returns QRV_OK, or
- * QRV_E_ARGUMENT for a handle that is neither QRV_CFG_DEFAULT nor from
- * cfgOpen(). */
+ * groups: both calls then do nothing and return QRV_OK. `handle` is
+ * QRV_CFG_DEFAULT or from cfgOpen(), as for every store call. Returns QRV_OK,
+ * or QRV_E_ARGUMENT for a null handle. */
 QRV_API int cfgBeginBatch(cfgHandle handle);
 /* Ends a group begun on `handle`; the outermost end commits what the group
  * wrote. Returns QRV_OK; QRV_E_IO, after logging why, when the commit failed
