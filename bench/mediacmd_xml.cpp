@@ -142,6 +142,7 @@ void handBuiltRoundTrip(const MEDIACMD &cmd, MEDIACMD *back) {
 template <typename Run>
 unsigned long allocationsOf(Run run) {
     qrvHostServices services = {};
+    services.size = sizeof services;
     services.alloc = countedHostAlloc;
     services.free = std::free;
     qrvSetHostServices(&services);

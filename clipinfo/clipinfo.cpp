@@ -51,8 +51,8 @@ constexpr size_t longestName(const char *const *names, size_t count)
     }
     return longest;
 }
-static_assert(longestName(kTextSlotNames, QRVINFO_TEXT_SLOTS) < QRVINFO_DESCRIPTION_SIZE &&
-                  longestName(kNumericSlotNames, QRVINFO_NUMERIC_SLOTS) <
+static_assert(longestName(kTextSlotNames.data(), QRVINFO_TEXT_SLOTS) < QRVINFO_DESCRIPTION_SIZE &&
+                  longestName(kNumericSlotNames.data(), QRVINFO_NUMERIC_SLOTS) <
                       QRVINFO_DESCRIPTION_SIZE &&
                   longestName(kStreamFieldNames, kStreamFieldCount) < QRVINFO_DESCRIPTION_SIZE,
               "every tag name fits the description buffer");

@@ -1,58 +1,67 @@
 // Tag names of the clip information record: the text and numeric slot names
-// (also the value names in the configuration store) and the stream
-// description field names. Written once; every lookup reads these tables.
+// (also the value names in the configuration store), indexed by slot and
+// made from the one tag table of the public header, and the stream
+// description field names. Every lookup reads these tables.
 #ifndef QRVUTIL_CLIPINFO_TAGS_H
 #define QRVUTIL_CLIPINFO_TAGS_H
 
 #include <qrvutil/clipinfo.h>
 
+#include <array>
 #include <cstddef>
+#include <iterator>
 
 namespace qrv {
 namespace clipinfo {
 
-// Slot 80 has no name and is never stored.
-inline constexpr const char *kTextSlotNames[] = {
-    "FileName", "NativeLocator", "UniversalLocator", "TCP-IPAddress", "SourceLocator",
-    "ChannelIdentifier", "ChannelName", "ChannelDescription", "Title", "Subject",
-    "Category", "Keywords", "Ratings", "Comments", "DoNotUse",
-    "Owner", "Editor", "Supplier", "Source", "Project",
-    "Status", "Author", "RevisionNumber", "Produced", "Album",
-    "Artist", "Composer", "Copyright", "CreationData", "Description",
-    "Director", "Disclaimer", "EncodedBy", "FullName", "Genre",
-    "HostComputer", "Information", "Make", "Model", "OriginalArtist",
-    "OriginalFormat", "Performers", "Producer", "Product", "Software",
-    "SpecialPlaybackRequirements", "Track", "Warning", "URL", "EditData1",
-    "EditData2", "EditData3", "EditData4", "EditData5", "EditData6",
-    "EditData7", "EditData8", "EditData9", "VersionString", "Manufacturer",
-    "Language", "Format", "InputDevice", "DeviceModelNum", "DeviceSerialNum",
-    "Reel", "Shot", "Take", "SlateInfo", "FrameAttribute",
-    "Episode", "Scene", "DailyRoll", "CamRoll", "SoundRoll",
-    "LabRoll", "KeyNumberPrefix", "InkNumberPrefix", "PictureIcon", "ProxyFile",
-    nullptr, "ImageInfo", "UMID", "XML", "NotUsed_85",
-    "NotUsed_86", "NotUsed_87", "NotUsed_88", "NotUsed_89", "NotUsed_90",
-    "NotUsed_91", "NotUsed_92", "NotUsed_93", "NotUsed_94", "NotUsed_95",
-    "NotUsed_96", "NotUsed_97", "NotUsed_98", "NotUsed_99",
-};
+// Built from the tag tables of the public header, slot by slot; a slot
+// the table does not name (text slot 80) stays null.
+template <size_t Slots>
+using SlotNames = std::array<const char *, Slots>;
 
-inline constexpr const char *kNumericSlotNames[] = {
-    "TimeCode", "UserBits", "VITCTimeCode", "VITCUserBits", "VITCExtraData",
-    "PosterFrame", "A-Frame", "AspectRatio", "OriginalRate", "OriginalScale",
-    "TotalConversions", "VersionNumber", "FileSize", "FileDate", "FileTime",
-    "SequenceNumber", "TotalStreams", "TotalLength", "FilmManufacturerCode", "FilmTypeCode",
-    "WhitePoint", "BlackPoint", "BlackGain", "BreakPoint", "Gamma1000",
-    "TagNumber", "Flags", "TimeCodeType", "LTCTimeCodeType", "VITCTimeCodeType",
-    "ProdDate", "UniqueID", "CustomMetadataBlockType", "CustomMetadataBlockSize",
-    "NorthSouthEastWest",
-    "Latitude", "Longitude", "Exposure", "RedGain", "BlueGain",
-    "WhiteBalance", "Matrix", "ISO", "GreenGain", "NumericNotUsed_45",
-    "NumericNotUsed_46", "NumericNotUsed_47", "NumericNotUsed_48", "NumericNotUsed_49",
-};
+constexpr SlotNames<QRVINFO_TEXT_SLOTS> textSlotNames()
+{
+    SlotNames<QRVINFO_TEXT_SLOTS> names{};
+#define QRVINFO_NAME_SLOT(constant, slot, name) names[slot] = name;
+    QRVINFO_TEXT_TAGS(QRVINFO_NAME_SLOT)
+#undef QRVINFO_NAME_SLOT
+    return names;
+}
 
-static_assert(sizeof(kTextSlotNames) / sizeof(kTextSlotNames[0]) == QRVINFO_TEXT_SLOTS,
-              "one name per text slot");
-static_assert(sizeof(kNumericSlotNames) / sizeof(kNumericSlotNames[0]) == QRVINFO_NUMERIC_SLOTS,
-              "one name per numeric slot");
+constexpr SlotNames<QRVINFO_NUMERIC_SLOTS> numericSlotNames()
+{
+    SlotNames<QRVINFO_NUMERIC_SLOTS> names{};
+#define QRVINFO_NAME_SLOT(constant, slot, name) names[slot] = name;
+    QRVINFO_NUMERIC_TAGS(QRVINFO_NAME_SLOT)
+#undef QRVINFO_NAME_SLOT
+    return names;
+}
+
+inline constexpr SlotNames<QRVINFO_TEXT_SLOTS> kTextSlotNames = textSlotNames();
+inline constexpr SlotNames<QRVINFO_NUMERIC_SLOTS> kNumericSlotNames = numericSlotNames();
+
+// The tables list each slot once, in slot order: so no slot is named twice
+// and every entry lies inside the record.
+#define QRVINFO_LIST_SLOT(constant, slot, name) slot,
+inline constexpr int kListedTextSlots[] = {QRVINFO_TEXT_TAGS(QRVINFO_LIST_SLOT)};
+inline constexpr int kListedNumericSlots[] = {QRVINFO_NUMERIC_TAGS(QRVINFO_LIST_SLOT)};
+#undef QRVINFO_LIST_SLOT
+
+template <size_t Count>
+constexpr bool inSlotOrder(const int (&slots)[Count], int slotCount)
+{
+    for (size_t i = 0; i < Count; ++i)
+        if (slots[i] >= slotCount || (i > 0 && slots[i] <= slots[i - 1]))
+            return false;
+    return true;
+}
+static_assert(inSlotOrder(kListedTextSlots, QRVINFO_TEXT_SLOTS), "text tags in slot order");
+static_assert(inSlotOrder(kListedNumericSlots, QRVINFO_NUMERIC_SLOTS),
+              "numeric tags in slot order");
+static_assert(std::size(kListedTextSlots) == QRVINFO_TEXT_SLOTS - 1,
+              "every text slot but 80 is named");
+static_assert(std::size(kListedNumericSlots) == QRVINFO_NUMERIC_SLOTS,
+              "every numeric slot is named");
 
 // True when names[first..last] are `prefix` followed by the slot number + 1,
 // as the spare slots are named ("NotUsed_85" is slot 84).
@@ -70,8 +79,8 @@ constexpr bool spareSlotsNamed(const char *const *names, int first, int last, co
     }
     return true;
 }
-static_assert(spareSlotsNamed(kTextSlotNames, 84, 98, "NotUsed_"), "spare text slot names");
-static_assert(spareSlotsNamed(kNumericSlotNames, 44, 48, "NumericNotUsed_"),
+static_assert(spareSlotsNamed(kTextSlotNames.data(), 84, 98, "NotUsed_"), "spare text slot names");
+static_assert(spareSlotsNamed(kNumericSlotNames.data(), 44, 48, "NumericNotUsed_"),
               "spare numeric slot names");
 static_assert(kTextSlotNames[80] == nullptr, "slot 80 is unnamed");
 

@@ -110,6 +110,29 @@ void storeNumeric(cfgHandle handle, const char *name, uint32_t value)
     cfgValueDword(handle, kDefaultsKey, name, &stored, QRV_CFG_WRITE);
 }
 
+// The calls of one record load or store go to the store as one group: on
+// the default store one transaction, so a writer killed midway leaves the
+// previous record whole and a load sees one record, not parts of two. The
+// results stay those of the single calls (all four functions return 0).
+class StoreGroup {
+public:
+    explicit StoreGroup(cfgHandle handle)
+        : handle_(handle), open_(cfgBeginBatch(handle) == QRV_OK)
+    {
+    }
+    ~StoreGroup()
+    {
+        if (open_)
+            cfgEndBatch(handle_);
+    }
+    StoreGroup(const StoreGroup &) = delete;
+    StoreGroup &operator=(const StoreGroup &) = delete;
+
+private:
+    cfgHandle handle_;
+    bool open_;
+};
+
 // The user file is used only when it already exists; it is never created.
 // A file the store cannot open is skipped.
 template <typename Action>
@@ -130,6 +153,7 @@ extern "C" {
 
 int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info)
 {
+    StoreGroup group(handle);
     for (int slot = kFirstStoredTextSlot; slot < QRVINFO_TEXT_SLOTS; ++slot) {
         if (slot == QRVINFO_TEXT_VERSION)
             setVersionText(info->text[slot]);
@@ -143,6 +167,7 @@ int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info)
 
 int qrvInfoWriteRegSet(cfgHandle handle, const QRVINFO *info)
 {
+    StoreGroup group(handle);
     for (int slot = kFirstStoredTextSlot; slot < QRVINFO_TEXT_SLOTS; ++slot)
         if (isStoredTextSlot(slot))
             storeText(handle, kTextSlotNames[slot], info->text[slot]);
@@ -167,6 +192,16 @@ int qrvInfoReadReg(QRVINFO *info, int fromStore, int fromUserFile)
     if (fromUserFile)
         withUserFile([info](cfgHandle handle) { qrvInfoReadRegSet(handle, info); });
     return 0;
+}
+
+int qrvInfoMarkSeeded(void)
+{
+    // The value means nothing to this library; 0 disables nothing for a
+    // host that reads the switch by its name.
+    unsigned value = 0;
+    return cfgValueDword(QRV_CFG_DEFAULT, kMetaDataKey, kSeededSwitch, &value, QRV_CFG_WRITE) == 0
+               ? QRV_OK
+               : QRV_E_IO;
 }
 
 int qrvInfoWriteReg(const QRVINFO *info, int toStore, int toUserFile)

@@ -71,6 +71,7 @@ int recorderExecute(const char *xml) {
 
 int main() {
     qrvHostServices services{};
+    services.size = sizeof services;
     services.logLine = printLogLine;
     qrvSetHostServices(&services);
 

@@ -1,7 +1,6 @@
 /* Millisecond clock and sleeping. */
 #include "host/host_internal.h"
 
-#include <cerrno>
 #include <cstdint>
 #include <ctime>
 
@@ -24,8 +23,7 @@ void builtinOsSleepMicroseconds(unsigned microseconds)
     struct timespec left;
     left.tv_sec = static_cast<time_t>(microseconds / 1000000u);
     left.tv_nsec = static_cast<long>(microseconds % 1000000u) * 1000L;
-    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-    }
+    retryInterrupted([&] { return nanosleep(&left, &left); });
 }
 
 }  // namespace qrv::host

@@ -63,15 +63,21 @@ int writeString(ValueStore &store, const std::string &key, const std::string &na
     return store.put(key, name, value) ? 0 : kFailed;
 }
 
-/* Runs `use` with the store behind `handle` (the default store needs no
- * open or close; its store object is stateless), the normalised key and the
+/* The store behind `handle`, or null. The default store needs no open or
+ * close: its store object is stateless, so the caller's will do. */
+ValueStore *storeFor(cfgHandle handle, SqliteStore &defaultStore)
+{
+    return handle == QRV_CFG_DEFAULT ? &defaultStore : xmlStoreFromHandle(handle);
+}
+
+/* Runs `use` with the store behind `handle`, the normalised key and the
  * value name. Every failure, running out of memory included, is kFailed. */
 template <typename Use>
 int withStore(cfgHandle handle, const char *keyPath, const char *valueName, Use use)
 {
     try {
         SqliteStore defaultStore;
-        ValueStore *store = handle == QRV_CFG_DEFAULT ? &defaultStore : xmlStoreFromHandle(handle);
+        ValueStore *store = storeFor(handle, defaultStore);
         if (!store)
             return kFailed;
         return use(*store, normalizeKeyPath(keyPath), std::string(valueName ? valueName : ""));
@@ -157,6 +163,22 @@ int builtinCfgDeleteValue(cfgHandle handle, const char *keyPath, const char *val
                                                     const std::string &name) {
         return store.remove(key, name) == Found::Yes ? 0 : kFailed;
     });
+}
+
+/* The default store's group lives with the thread's kept connection; a
+ * file's group only counts, as the file is written whole on close. */
+int builtinCfgBeginBatch(cfgHandle handle)
+{
+    SqliteStore defaultStore;
+    ValueStore *store = storeFor(handle, defaultStore);
+    return store ? store->beginBatch() : QRV_E_ARGUMENT;
+}
+
+int builtinCfgEndBatch(cfgHandle handle)
+{
+    SqliteStore defaultStore;
+    ValueStore *store = storeFor(handle, defaultStore);
+    return store ? store->endBatch() : QRV_E_ARGUMENT;
 }
 
 }  // namespace qrv::host

@@ -2,14 +2,18 @@
  * the per-user directory, shared by every process of the user.
  *
  * The directory is looked up afresh on every call. Each thread keeps one
- * connection between calls, because opening one costs far more than the
- * statement it runs and a settings load reads a couple of hundred values.
+ * connection between calls, with its statements prepared once, because
+ * opening a connection and preparing a statement cost far more than the
+ * statement itself, and a settings load reads a couple of hundred values.
  * Several processes may use the database at once: WAL lets readers run
  * beside a writer, a busy timeout makes writers queue, and every write is
  * one statement in its own transaction, so nothing is ever half-written.
- * synchronous=NORMAL with WAL makes a committed value survive a crash of the
- * process (a power failure may lose the last commits, never corrupt the
- * file). */
+ * A group of calls (cfgBeginBatch .. cfgEndBatch) is one transaction
+ * instead, begun by the group's first call: BEGIN IMMEDIATE when that call
+ * writes, so that a writer queues for the lock before it reads anything,
+ * and a plain BEGIN when it reads. synchronous=NORMAL with WAL makes a
+ * committed value survive a crash of the process (a power failure may lose
+ * the last commits, never corrupt the file). */
 /* Without it a 32-bit stat() fails on files with 64-bit inode numbers. */
 #define _FILE_OFFSET_BITS 64
 
@@ -41,10 +45,13 @@ constexpr char kSetup[] =
     " num INTEGER, text TEXT, PRIMARY KEY(key, name));"
     "PRAGMA journal_mode=WAL;"
     "PRAGMA synchronous=NORMAL;";
-constexpr char kSelect[] = "SELECT type, num, text FROM config_values WHERE key=?1 AND name=?2";
-constexpr char kUpsert[] =
-    "INSERT OR REPLACE INTO config_values(key, name, type, num, text) VALUES(?1, ?2, ?3, ?4, ?5)";
-constexpr char kDelete[] = "DELETE FROM config_values WHERE key=?1 AND name=?2";
+
+enum Query { kSelect, kUpsert, kDelete, kQueryCount };
+constexpr const char *kQuerySql[kQueryCount] = {
+    "SELECT type, num, text FROM config_values WHERE key=?1 AND name=?2",
+    "INSERT OR REPLACE INTO config_values(key, name, type, num, text) VALUES(?1, ?2, ?3, ?4, ?5)",
+    "DELETE FROM config_values WHERE key=?1 AND name=?2",
+};
 
 /* The switch to WAL may meet a lock that another process holds for a
  * moment while it opens or sets up the same database; SQLite reports that
@@ -58,8 +65,6 @@ bool runSetup(sqlite3 *db)
         result = sqlite3_exec(db, kSetup, nullptr, nullptr, nullptr);
     return result == SQLITE_OK;
 }
-
-std::string databasePath() { return resolveUserPath(kDatabaseName); }
 
 /* The file a connection was opened on. */
 struct FileId {
@@ -80,12 +85,17 @@ bool identify(const char *path, FileId *id)
     return true;
 }
 
+/* What the transaction of the thread's open group, if any, has done. */
+enum class Grouped { Nothing, Reading, Writing };
+
 /* The connection a thread keeps between calls, closed when the thread ends.
  * It serves only the process that opened it: an SQLite connection must not
- * be carried across fork(), so a child neither uses nor closes its parent's.
- * It serves only the file it was opened on, so a moved per-user directory
- * or a deleted and re-made database gets a connection of its own. Writers
- * set the database up once per connection; readers never create it. */
+ * be carried across fork(), so a child forgets its parent's without using
+ * or closing it. It serves only the file it was opened on, so a moved
+ * per-user directory or a deleted and re-made database gets a connection of
+ * its own; inside a group's transaction it stays on the file the group
+ * began on. Writers set the database up once per connection; readers never
+ * create it. */
 class KeptConnection {
 public:
     KeptConnection() = default;
@@ -93,204 +103,304 @@ public:
     KeptConnection(const KeptConnection &) = delete;
     KeptConnection &operator=(const KeptConnection &) = delete;
 
-    /* Null when there is no connection for `path` yet. */
-    sqlite3 *reuse(const std::string &path) const
+    void claimForThisProcess()
     {
-        FileId file;
-        return db_ && pid_ == getpid() && identify(path.c_str(), &file) && file == file_ ? db_
-                                                                                      : nullptr;
+        if (db_ && pid_ != getpid())
+            forget();
     }
 
-    /* False when the file is gone again, and the connection is not kept. */
-    bool keep(sqlite3 *db, const std::string &path)
+    bool serves(const FileId &file) const { return db_ && file == file_; }
+
+    void keep(sqlite3 *db, const FileId &file, const std::string &path)
     {
         drop();
-        if (!identify(path.c_str(), &file_))
-            return false;
         db_ = db;
+        file_ = file;
+        path_ = path;
         pid_ = getpid();
-        setUp_ = false;
-        return true;
     }
 
-    bool setUp() const { return setUp_; }
-    void markSetUp() { setUp_ = true; }
+    /* The statement for `query`, prepared on first use. Null with
+     * *missingTable set when the database has no table yet. */
+    sqlite3_stmt *statement(Query query, bool *missingTable)
+    {
+        sqlite3_stmt *&kept = statements_[query];
+        if (!kept && sqlite3_prepare_v3(db_, kQuerySql[query], -1, SQLITE_PREPARE_PERSISTENT,
+                                        &kept, nullptr) != SQLITE_OK) {
+            kept = nullptr;
+            *missingTable = std::strncmp(sqlite3_errmsg(db_), "no such table", 13) == 0;
+        }
+        return kept;
+    }
+
+    /* Logs a failure. Outside a group the connection is dropped, so that
+     * the next call starts afresh; inside one it is kept, because closing
+     * it would throw away what the group has written so far. */
+    bool fail(const char *what)
+    {
+        logError("%s %s: %s", what, path_.c_str(), sqlite3_errmsg(db_));
+        if (grouped_ == Grouped::Nothing)
+            drop();
+        return false;
+    }
 
     void drop()
     {
-        if (db_ && pid_ == getpid())
+        if (db_ && pid_ == getpid()) {
+            for (sqlite3_stmt *&statement : statements_)
+                sqlite3_finalize(statement);
             sqlite3_close_v2(db_);
-        db_ = nullptr;
+        }
+        forget();
     }
 
+    sqlite3 *db() const { return db_; }
+    bool setUp() const { return setUp_; }
+    void markSetUp() { setUp_ = true; }
+
+    /* Groups nest; the count belongs to the thread, not to the connection. */
+    int depth = 0;
+    Grouped grouped_ = Grouped::Nothing;
+
 private:
+    void forget()
+    {
+        db_ = nullptr;
+        for (sqlite3_stmt *&statement : statements_)
+            statement = nullptr;
+        setUp_ = false;
+        grouped_ = Grouped::Nothing;
+    }
+
     sqlite3 *db_ = nullptr;
+    sqlite3_stmt *statements_[kQueryCount] = {};
     pid_t pid_ = 0;
     FileId file_;
+    std::string path_;
     bool setUp_ = false;
 };
 
 thread_local KeptConnection t_kept;
 
-/* The kept connection for one call; open() logs its own failures, and any
- * failure drops the kept connection so that the next call starts afresh. */
-class Connection {
-public:
-    explicit Connection(std::string path) : path_(std::move(path)) {}
-    Connection(const Connection &) = delete;
-    Connection &operator=(const Connection &) = delete;
+sqlite3 *openDatabase(const std::string &path, bool create, std::string *error)
+{
+    const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+    sqlite3 *db = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) == SQLITE_OK)
+        return db;
+    *error = db ? sqlite3_errmsg(db) : "out of memory";
+    sqlite3_close_v2(db);
+    return nullptr;
+}
 
-    bool open(bool create)
-    {
-        db_ = t_kept.reuse(path_);
-        if (!db_) {
-            const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
-            sqlite3 *db = nullptr;
-            const int opened = sqlite3_open_v2(path_.c_str(), &db, flags, nullptr);
-            db_ = db;
-            if (opened != SQLITE_OK || !t_kept.keep(db, path_)) {
-                fail("failed to open configuration database");
-                sqlite3_close_v2(db);
-                return false;
-            }
-            sqlite3_busy_timeout(db, kBusyTimeoutMs);
+/* Opens the database and keeps the connection. The per-user directory is
+ * made only when a writer's open fails, so the common call never touches
+ * it. */
+bool openKept(const std::string &path, bool create)
+{
+    t_kept.drop();
+    std::string error;
+    sqlite3 *db = openDatabase(path, create, &error);
+    if (!db && create) {
+        const std::string dir = userDirectory();
+        if (!makeDirectories(dir)) {
+            logError("failed to create configuration directory %s: %s", dir.c_str(),
+                     std::strerror(errno));
+            return false;
         }
-        if (create && !t_kept.setUp()) {
-            if (!runSetup(db_))
-                return fail("failed to prepare configuration database");
-            t_kept.markSetUp();
-        }
-        return true;
+        db = openDatabase(path, create, &error);
     }
-
-    /* A database that another process has created but not yet set up has
-     * no table: that is a missing value, not a fault. */
-    sqlite3_stmt *prepare(const char *sql, bool *missingTable)
-    {
-        sqlite3_stmt *statement = nullptr;
-        if (sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) == SQLITE_OK)
-            return statement;
-        if (missingTable && std::strncmp(sqlite3_errmsg(db_), "no such table", 13) == 0)
-            *missingTable = true;
-        else
-            fail("failed to query configuration database");
-        return nullptr;
+    FileId file;
+    if (db && !identify(path.c_str(), &file)) {
+        error = "the file went away while it was opened";
+        sqlite3_close_v2(db);
+        db = nullptr;
     }
-
-    bool fail(const char *what)
-    {
-        logError("%s %s: %s", what, path_.c_str(),
-                 db_ ? sqlite3_errmsg(db_) : "out of memory");
-        t_kept.drop();
+    if (!db) {
+        logError("failed to open configuration database %s: %s", path.c_str(), error.c_str());
         return false;
     }
-
-    sqlite3 *db() const { return db_; }
-    const std::string &path() const { return path_; }
-
-private:
-    std::string path_;
-    sqlite3 *db_ = nullptr;
-};
-
-/* Finalises whatever statement it holds. */
-struct Statement {
-    sqlite3_stmt *handle;
-    ~Statement() { sqlite3_finalize(handle); }
-};
-
-void bindKey(sqlite3_stmt *statement, const std::string &key, const std::string &name)
-{
-    sqlite3_bind_text(statement, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
-    sqlite3_bind_text(statement, 2, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
+    sqlite3_busy_timeout(db, kBusyTimeoutMs);
+    t_kept.keep(db, file, path);
+    return true;
 }
 
-/* Prepares `sql` for the value `key`/`name`. Readers and removers never
- * create the database: with no database or no table yet the value is
- * missing, and nothing is logged. */
-Found openExisting(Connection &connection, const char *sql, const std::string &key,
-                   const std::string &name, Statement *statement)
+/* Brings the kept connection to the database of the current per-user
+ * directory, checking the file's identity with one stat (none inside a
+ * group's transaction). Readers never create anything: with no database
+ * they get Found::No and nothing is logged. */
+Found connect(bool create)
 {
+    t_kept.claimForThisProcess();
+    if (t_kept.grouped_ != Grouped::Nothing)
+        return Found::Yes;
+    const std::string path = resolveUserPath(kDatabaseName);
     FileId file;
-    if (!identify(connection.path().c_str(), &file))
+    const bool exists = identify(path.c_str(), &file);
+    if (!exists && !create)
         return Found::No;
-    if (!connection.open(false))
+    if (!(exists && t_kept.serves(file)) && !openKept(path, create))
         return Found::Error;
-    bool missingTable = false;
-    statement->handle = connection.prepare(sql, &missingTable);
-    if (!statement->handle)
-        return missingTable ? Found::No : Found::Error;
-    bindKey(statement->handle, key, name);
+    if (create && !t_kept.setUp()) {
+        if (!runSetup(t_kept.db()))
+            return t_kept.fail("failed to prepare configuration database"), Found::Error;
+        t_kept.markSetUp();
+    }
     return Found::Yes;
 }
+
+/* Inside a group, the group's first call begins its transaction: a writer
+ * takes the write lock at once, a reader takes a snapshot. A transaction
+ * that SQLite rolled back by itself after an error fails the rest of the
+ * group, whose writes would otherwise commit one by one. */
+bool joinGroup(bool write)
+{
+    sqlite3 *db = t_kept.db();
+    if (t_kept.depth == 0)
+        return true;
+    if (t_kept.grouped_ != Grouped::Nothing && sqlite3_get_autocommit(db)) {
+        logError("configuration database %s: the group's transaction was rolled back",
+                 sqlite3_db_filename(db, "main"));
+        return false;
+    }
+    if (t_kept.grouped_ == Grouped::Nothing) {
+        if (sqlite3_exec(db, write ? "BEGIN IMMEDIATE" : "BEGIN", nullptr, nullptr, nullptr) !=
+            SQLITE_OK)
+            return t_kept.fail("failed to begin a transaction in configuration database");
+        t_kept.grouped_ = Grouped::Reading;
+    }
+    if (write)
+        t_kept.grouped_ = Grouped::Writing;
+    return true;
+}
+
+/* A kept statement for one call, bound to the value's key, and reset when
+ * the call ends: a statement left stepping would hold its snapshot open. */
+class Use {
+public:
+    Use() = default;
+    Use(const Use &) = delete;
+    Use &operator=(const Use &) = delete;
+    ~Use()
+    {
+        if (statement_)
+            sqlite3_reset(statement_);
+    }
+
+    /* Readers and removers get Found::No, unlogged, from a database that
+     * another process has created but not yet set up. */
+    Found prepare(Query query, const std::string &key, const std::string &name, bool write)
+    {
+        if (!joinGroup(write))
+            return Found::Error;
+        bool missingTable = false;
+        statement_ = t_kept.statement(query, &missingTable);
+        if (!statement_) {
+            if (missingTable && query != kUpsert)
+                return Found::No;
+            t_kept.fail("failed to query configuration database");
+            return Found::Error;
+        }
+        sqlite3_bind_text(statement_, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
+        sqlite3_bind_text(statement_, 2, name.data(), static_cast<int>(name.size()),
+                          SQLITE_STATIC);
+        return Found::Yes;
+    }
+
+    sqlite3_stmt *operator*() const { return statement_; }
+
+private:
+    sqlite3_stmt *statement_ = nullptr;
+};
 
 }  // namespace
 
 Found SqliteStore::get(const std::string &key, const std::string &name, StoredValue *out)
 {
-    Connection connection(databasePath());
-    Statement select{nullptr};
-    const Found opened = openExisting(connection, kSelect, key, name, &select);
-    if (opened != Found::Yes)
-        return opened;
-    const int step = sqlite3_step(select.handle);
+    Found found = connect(false);
+    Use select;
+    if (found == Found::Yes)
+        found = select.prepare(kSelect, key, name, false);
+    if (found != Found::Yes)
+        return found;
+    const int step = sqlite3_step(*select);
     if (step == SQLITE_DONE)
         return Found::No;
     if (step != SQLITE_ROW) {
-        connection.fail("failed to read configuration database");
+        t_kept.fail("failed to read configuration database");
         return Found::Error;
     }
-    out->kind = sqlite3_column_int(select.handle, 0) == static_cast<int>(ValueKind::String)
+    out->kind = sqlite3_column_int(*select, 0) == static_cast<int>(ValueKind::String)
                     ? ValueKind::String
                     : ValueKind::Dword;
-    out->number = static_cast<uint32_t>(sqlite3_column_int64(select.handle, 1));
-    const unsigned char *text = sqlite3_column_text(select.handle, 2);
+    out->number = static_cast<uint32_t>(sqlite3_column_int64(*select, 1));
+    const unsigned char *text = sqlite3_column_text(*select, 2);
     out->text.assign(text ? reinterpret_cast<const char *>(text) : "",
-                     static_cast<size_t>(sqlite3_column_bytes(select.handle, 2)));
+                     static_cast<size_t>(sqlite3_column_bytes(*select, 2)));
     return Found::Yes;
 }
 
 bool SqliteStore::put(const std::string &key, const std::string &name, const StoredValue &value)
 {
-    const std::string dir = userDirectory();
-    if (!makeDirectories(dir)) {
-        logError("failed to create configuration directory %s: %s", dir.c_str(),
-                 std::strerror(errno));
+    Use upsert;
+    if (connect(true) != Found::Yes || upsert.prepare(kUpsert, key, name, true) != Found::Yes)
         return false;
-    }
-    Connection connection(databasePath());
-    if (!connection.open(true))
-        return false;
-    Statement upsert{connection.prepare(kUpsert, nullptr)};
-    if (!upsert.handle)
-        return false;
-    bindKey(upsert.handle, key, name);
-    sqlite3_bind_int(upsert.handle, 3, static_cast<int>(value.kind));
+    sqlite3_bind_int(*upsert, 3, static_cast<int>(value.kind));
     if (value.kind == ValueKind::Dword) {
-        sqlite3_bind_int64(upsert.handle, 4, value.number);
-        sqlite3_bind_null(upsert.handle, 5);
+        sqlite3_bind_int64(*upsert, 4, value.number);
+        sqlite3_bind_null(*upsert, 5);
     } else {
-        sqlite3_bind_null(upsert.handle, 4);
-        sqlite3_bind_text(upsert.handle, 5, value.text.data(), static_cast<int>(value.text.size()),
+        sqlite3_bind_null(*upsert, 4);
+        sqlite3_bind_text(*upsert, 5, value.text.data(), static_cast<int>(value.text.size()),
                           SQLITE_STATIC);
     }
-    if (sqlite3_step(upsert.handle) != SQLITE_DONE)
-        return connection.fail("failed to write configuration database");
+    if (sqlite3_step(*upsert) != SQLITE_DONE)
+        return t_kept.fail("failed to write configuration database");
     return true;
 }
 
 Found SqliteStore::remove(const std::string &key, const std::string &name)
 {
-    Connection connection(databasePath());
-    Statement erase{nullptr};
-    const Found opened = openExisting(connection, kDelete, key, name, &erase);
-    if (opened != Found::Yes)
-        return opened;
-    if (sqlite3_step(erase.handle) != SQLITE_DONE) {
-        connection.fail("failed to write configuration database");
+    Found found = connect(false);
+    Use erase;
+    if (found == Found::Yes)
+        found = erase.prepare(kDelete, key, name, true);
+    if (found != Found::Yes)
+        return found;
+    if (sqlite3_step(*erase) != SQLITE_DONE) {
+        t_kept.fail("failed to write configuration database");
         return Found::Error;
     }
-    return sqlite3_changes(connection.db()) > 0 ? Found::Yes : Found::No;
+    return sqlite3_changes(t_kept.db()) > 0 ? Found::Yes : Found::No;
+}
+
+int SqliteStore::beginBatch()
+{
+    t_kept.claimForThisProcess();
+    ++t_kept.depth;
+    return QRV_OK;
+}
+
+/* A group that only read ends its snapshot; one that wrote commits. */
+int SqliteStore::endBatch()
+{
+    t_kept.claimForThisProcess();
+    if (t_kept.depth == 0)
+        return QRV_E_ARGUMENT;
+    if (--t_kept.depth > 0 || t_kept.grouped_ == Grouped::Nothing)
+        return QRV_OK;
+    sqlite3 *db = t_kept.db();
+    const bool lost = sqlite3_get_autocommit(db) != 0;
+    const bool committed = !lost && sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+    if (!committed) {
+        logError("failed to commit to configuration database %s: %s",
+                 sqlite3_db_filename(db, "main"),
+                 lost ? "the transaction was rolled back" : sqlite3_errmsg(db));
+        if (!lost)
+            sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+    t_kept.grouped_ = Grouped::Nothing;
+    return committed ? QRV_OK : QRV_E_IO;
 }
 
 }  // namespace qrv::host

@@ -28,6 +28,23 @@ public:
     /* true when the value is stored. */
     virtual bool put(const std::string &key, const std::string &name, const StoredValue &value) = 0;
     virtual Found remove(const std::string &key, const std::string &name) = 0;
+    /* A group of calls (cfgBeginBatch .. cfgEndBatch); statuses of status.h.
+     * Without a transaction of its own a store only counts the nesting. */
+    virtual int beginBatch()
+    {
+        ++batchDepth_;
+        return QRV_OK;
+    }
+    virtual int endBatch()
+    {
+        if (batchDepth_ == 0)
+            return QRV_E_ARGUMENT;
+        --batchDepth_;
+        return QRV_OK;
+    }
+
+private:
+    int batchDepth_ = 0;
 };
 
 /* "\a\\b\" and "a\b" name the same key: empty components are dropped. */
@@ -39,6 +56,8 @@ public:
     Found get(const std::string &key, const std::string &name, StoredValue *out) override;
     bool put(const std::string &key, const std::string &name, const StoredValue &value) override;
     Found remove(const std::string &key, const std::string &name) override;
+    int beginBatch() override;
+    int endBatch() override;
 };
 
 /* An XML file opened with cfgOpen(); null (after logging why) on failure. */

@@ -22,12 +22,15 @@
 #include "host/config_store.h"
 #include "host/host_internal.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <tinyxml.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -203,9 +206,7 @@ bool readWholeFile(const std::string &path, std::string *content)
     char chunk[65536];
     ssize_t n;
     content->clear();
-    while ((n = read(fd, chunk, sizeof chunk)) != 0) {
-        if (n < 0 && errno == EINTR)
-            continue;
+    while ((n = retryInterrupted([&] { return read(fd, chunk, sizeof chunk); })) != 0) {
         if (n < 0) {
             const int error = errno;
             close(fd);
@@ -222,9 +223,8 @@ bool writeAll(int fd, const std::string &content)
 {
     size_t written = 0;
     while (written < content.size()) {
-        const ssize_t n = write(fd, content.data() + written, content.size() - written);
-        if (n < 0 && errno == EINTR)
-            continue;
+        const ssize_t n = retryInterrupted(
+            [&] { return write(fd, content.data() + written, content.size() - written); });
         if (n <= 0)
             return false;
         written += static_cast<size_t>(n);
@@ -244,12 +244,94 @@ void syncDirectoryOf(const std::string &path)
     }
 }
 
-/* Temporary file beside the target, synced, given the target's mode, then
- * renamed over it. On any failure the target is untouched. */
+/* ---- Temporaries ----------------------------------------------------------------
+ *
+ * A save writes "<file>.XXXXXX" beside the file and renames it over the
+ * file. A process killed before the rename leaves its temporary behind, so
+ * every open and save removes the file's stale ones. A writer holds an
+ * exclusive flock() on its temporary from just after creating it until it
+ * is renamed, and the kernel drops that lock when the writer dies: a
+ * temporary whose lock can be taken is stale. A lock holds no matter which
+ * process or host made the file, unlike a process id in the name, which a
+ * later process may be given again. Who takes the lock first checks that the
+ * name still names the file it locked, which settles a writer and a cleaner
+ * that meet on a temporary just created. */
+
+constexpr char kTemporarySuffix[] = ".XXXXXX";
+constexpr size_t kTemporaryRandomLength = sizeof kTemporarySuffix - 2;
+
+bool namesFile(const std::string &path, int fd)
+{
+    struct stat byName, byDescriptor;
+    return stat(path.c_str(), &byName) == 0 && fstat(fd, &byDescriptor) == 0 &&
+           byName.st_dev == byDescriptor.st_dev && byName.st_ino == byDescriptor.st_ino;
+}
+
+/* A new temporary for `path`, locked; -1 when none can be made. A cleaner
+ * may remove the file between its creation and the lock: then another. */
+int createLockedTemporary(const std::string &path, std::string *temporary)
+{
+    constexpr int kAttempts = 8;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        *temporary = path + kTemporarySuffix;
+        const int fd = mkostemp(&(*temporary)[0], O_CLOEXEC);
+        if (fd < 0)
+            return -1;
+        if (retryInterrupted([&] { return flock(fd, LOCK_EX); }) == 0 &&
+            namesFile(*temporary, fd))
+            return fd;
+        close(fd);
+    }
+    errno = EAGAIN;
+    return -1;
+}
+
+/* "<base>." followed by exactly the random part mkostemp() writes. */
+bool isTemporaryName(const char *name, const std::string &base)
+{
+    if (std::strncmp(name, base.c_str(), base.size()) != 0 || name[base.size()] != '.')
+        return false;
+    const char *random = name + base.size() + 1;
+    size_t length = 0;
+    for (; random[length] != '\0'; ++length)
+        if (!std::isalnum(static_cast<unsigned char>(random[length])))
+            return false;
+    return length == kTemporaryRandomLength;
+}
+
+void removeIfStale(const std::string &temporary)
+{
+    const int fd = open(temporary.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0)
+        return;
+    struct stat info;
+    if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+        namesFile(temporary, fd))
+        unlink(temporary.c_str());
+    close(fd);
+}
+
+void removeStaleTemporaries(const std::string &path)
+{
+    const size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    DIR *entries = opendir(dir.c_str());
+    if (!entries)
+        return;
+    while (const dirent *entry = readdir(entries))
+        if (isTemporaryName(entry->d_name, base))
+            removeIfStale(slash == std::string::npos ? entry->d_name : dir + entry->d_name);
+    closedir(entries);
+}
+
+/* Temporary file beside the target, locked while it is written, synced,
+ * given the target's mode, then renamed over it. On any failure the target
+ * is untouched. */
 bool replaceFileAtomically(const std::string &path, const std::string &content)
 {
-    std::string temporary = path + ".XXXXXX";
-    const int fd = mkostemp(&temporary[0], O_CLOEXEC);
+    std::string temporary;
+    const int fd = createLockedTemporary(path, &temporary);
     if (fd < 0)
         return false;
     struct stat info;
@@ -265,6 +347,26 @@ bool replaceFileAtomically(const std::string &path, const std::string &content)
     }
     syncDirectoryOf(path);
     return true;
+}
+
+/* Line and column (from 1) of `at` inside `text`. */
+struct TextPosition {
+    int line = 1;
+    int column = 1;
+};
+
+TextPosition positionIn(const char *text, const char *at)
+{
+    TextPosition position;
+    for (const char *p = text; p < at; ++p) {
+        if (*p == '\n') {
+            ++position.line;
+            position.column = 1;
+        } else {
+            ++position.column;
+        }
+    }
+    return position;
 }
 
 /* ---- The store ---------------------------------------------------------------------- */
@@ -290,12 +392,23 @@ public:
             text += 3;
         /* Legacy encoding passes every byte through unchanged, as the
          * values were written. */
-        document_.Parse(text, nullptr, TIXML_ENCODING_LEGACY);
+        const char *end = document_.Parse(text, nullptr, TIXML_ENCODING_LEGACY);
         if (document_.Error()) {
             logError("configuration file %s is not well-formed (line %d, column %d: %s); left "
                      "untouched",
                      path_.c_str(), document_.ErrorRow(), document_.ErrorCol(),
                      document_.ErrorDesc());
+            return false;
+        }
+        /* The parser stops quietly at character data after the root (and a
+         * zero byte ends its text): such a file would lose that rest on the
+         * next save. */
+        const char *fileEnd = content.c_str() + content.size();
+        if (end != fileEnd) {
+            const TextPosition at = positionIn(text, end ? end : text);
+            logError("configuration file %s has data after its root element (line %d, column "
+                     "%d); left untouched",
+                     path_.c_str(), at.line, at.column);
             return false;
         }
         if (!hasOneConfigRoot()) {
@@ -353,6 +466,7 @@ public:
 
     bool save()
     {
+        removeStaleTemporaries();
         if (!changed_)
             return true;
         if (!replaceFileAtomically(path_, documentText(document_))) {
@@ -363,6 +477,8 @@ public:
         changed_ = false;
         return true;
     }
+
+    void removeStaleTemporaries() const { qrv::host::removeStaleTemporaries(path_); }
 
     uint32_t tag = kTag;
 
@@ -430,6 +546,8 @@ ValueStore *openXmlStore(const char *path)
         delete store;
         return nullptr;
     }
+    if (store)
+        store->removeStaleTemporaries();
     return store;
 }
 

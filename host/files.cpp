@@ -89,9 +89,8 @@ int transferAll(osHandle handle, Byte *buffer, unsigned count, unsigned *done, i
         return fail(EFAULT);
     unsigned total = 0;
     while (total < count) {
-        const ssize_t n = step(fd, buffer + total, chunkOf(count - total));
-        if (n < 0 && errno == EINTR)
-            continue;
+        const ssize_t n =
+            retryInterrupted([&] { return step(fd, buffer + total, chunkOf(count - total)); });
         if (n < 0)
             return fail(errno);
         if (n == 0)
@@ -105,10 +104,7 @@ int transferAll(osHandle handle, Byte *buffer, unsigned count, unsigned *done, i
 
 osHandle openResolved(const std::string &path, int flags)
 {
-    int fd;
-    do {
-        fd = open(path.c_str(), flags | O_CLOEXEC, 0666);
-    } while (fd < 0 && errno == EINTR);
+    const int fd = retryInterrupted([&] { return open(path.c_str(), flags | O_CLOEXEC, 0666); });
     if (fd < 0) {
         setLastError(errno);
         return QRV_INVALID_FILE;

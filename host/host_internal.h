@@ -6,6 +6,7 @@
 
 #include <qrvutil/host.h>
 
+#include <cerrno>
 #include <string>
 
 namespace qrv::host {
@@ -28,6 +29,8 @@ int builtinCfgValueDword(cfgHandle handle, const char *keyPath, const char *valu
 int builtinCfgValueString(cfgHandle handle, const char *keyPath, const char *valueName,
                           char *buffer, unsigned *size, int direction);
 int builtinCfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName);
+int builtinCfgBeginBatch(cfgHandle handle);
+int builtinCfgEndBatch(cfgHandle handle);
 
 osHandle builtinOsCreateFile(const char *path, unsigned access, unsigned share, void *security,
                              unsigned disposition, unsigned flags, void *templ);
@@ -42,6 +45,18 @@ unsigned builtinOsGetLastError(void);
 int builtinOsFileExists(const char *path);
 unsigned builtinOsGetMs(void);
 void builtinOsSleepMicroseconds(unsigned microseconds);
+
+/* Repeats a system call for as long as a signal interrupts it (a negative
+ * result with errno EINTR), and returns its first other result. */
+template <typename Call>
+auto retryInterrupted(Call call) -> decltype(call())
+{
+    decltype(call()) result;
+    do {
+        result = call();
+    } while (result < 0 && errno == EINTR);
+    return result;
+}
 
 /* Records the calling thread's last failure for osGetLastError(). */
 void setLastError(int code);

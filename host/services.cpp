@@ -2,26 +2,67 @@
  * it, and memory. */
 #include "host/host_internal.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
 namespace qrv::host {
 namespace {
 
-/* Every replaceable service, once; the table and its merge are built from it. */
+/* Every replaceable service, once; the merge is built from it. The batch
+ * entries are taken as a pair, by takeBatchEntries(). */
 #define QRV_HOST_SERVICE_LIST(X)                                                            \
     X(alloc) X(free) X(logLine) X(cfgOpen) X(cfgClose) X(cfgValueDword) X(cfgValueString)   \
     X(cfgDeleteValue) X(osCreateFile) X(osCloseFile) X(osReadFile) X(osWriteFile) X(osSeek) \
     X(osGetFileSizeEx) X(osGetLastError) X(osFileExists) X(osGetMs) X(osSleepMicroseconds)
 
+/* Every table layout a host may have been built against, oldest first; a
+ * table is read only up to its own size. */
+constexpr uint32_t kKnownTableSizes[] = {
+    offsetof(qrvHostServices, cfgBeginBatch), /* before the batch entries */
+    sizeof(qrvHostServices),
+};
+
 constexpr qrvHostServices kBuiltins = {
+    sizeof(qrvHostServices),
     builtinAlloc,          builtinFree,           builtinLogLine,
     builtinCfgOpen,        builtinCfgClose,       builtinCfgValueDword,
     builtinCfgValueString, builtinCfgDeleteValue, builtinOsCreateFile,
     builtinOsCloseFile,    builtinOsReadFile,     builtinOsWriteFile,
     builtinOsSeek,         builtinOsGetFileSizeEx, builtinOsGetLastError,
     builtinOsFileExists,   builtinOsGetMs,        builtinOsSleepMicroseconds,
+    builtinCfgBeginBatch,  builtinCfgEndBatch,
 };
+
+bool knownTableSize(uint32_t size)
+{
+    for (uint32_t known : kKnownTableSizes)
+        if (size == known)
+            return true;
+    return false;
+}
+
+/* Grouping for a host whose store has no batch entries: its calls stand alone. */
+int ungroupedBatch(cfgHandle) { return QRV_OK; }
+
+/* The built-in grouping works on the built-in store only: once a host
+ * replaces any store entry, batch entries come from the host as a pair or
+ * group nothing. */
+void takeBatchEntries(const qrvHostServices &given, qrvHostServices *active)
+{
+    const bool hostStore = given.cfgOpen || given.cfgClose || given.cfgValueDword ||
+                           given.cfgValueString || given.cfgDeleteValue;
+    if (given.cfgBeginBatch && given.cfgEndBatch) {
+        active->cfgBeginBatch = given.cfgBeginBatch;
+        active->cfgEndBatch = given.cfgEndBatch;
+    } else if (hostStore) {
+        active->cfgBeginBatch = ungroupedBatch;
+        active->cfgEndBatch = ungroupedBatch;
+    } else {
+        active->cfgBeginBatch = kBuiltins.cfgBeginBatch;
+        active->cfgEndBatch = kBuiltins.cfgEndBatch;
+    }
+}
 
 /* Constant-initialised: no start-up code runs before the first call. */
 qrvHostServices g_active = kBuiltins;
@@ -42,17 +83,26 @@ void builtinFree(void *block) { std::free(block); }
 
 using qrv::host::activeServices;
 
-void qrvSetHostServices(const qrvHostServices *services)
+int qrvSetHostServices(const qrvHostServices *services)
 {
-    using qrv::host::g_active;
-    using qrv::host::kBuiltins;
+    using namespace qrv::host;
     if (!services) {
         g_active = kBuiltins;
-        return;
+        return QRV_OK;
     }
-#define QRV_TAKE_SERVICE(name) g_active.name = services->name ? services->name : kBuiltins.name;
+    if (!knownTableSize(services->size)) {
+        logError("host services table of %u bytes is not a layout this library knows "
+                 "(set its size to sizeof(qrvHostServices)); services left unchanged",
+                 static_cast<unsigned>(services->size));
+        return QRV_E_ARGUMENT;
+    }
+    qrvHostServices given{};
+    std::memcpy(&given, services, services->size);
+#define QRV_TAKE_SERVICE(name) g_active.name = given.name ? given.name : kBuiltins.name;
     QRV_HOST_SERVICE_LIST(QRV_TAKE_SERVICE)
 #undef QRV_TAKE_SERVICE
+    takeBatchEntries(given, &g_active);
+    return QRV_OK;
 }
 
 void qrvResetHostServices(void) { qrvSetHostServices(nullptr); }
@@ -97,6 +147,10 @@ int cfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName)
 {
     return activeServices().cfgDeleteValue(handle, keyPath, valueName);
 }
+
+int cfgBeginBatch(cfgHandle handle) { return activeServices().cfgBeginBatch(handle); }
+
+int cfgEndBatch(cfgHandle handle) { return activeServices().cfgEndBatch(handle); }
 
 osHandle osCreateFile(const char *path, unsigned access, unsigned share, void *security,
                       unsigned disposition, unsigned flags, void *templ)

@@ -31,4 +31,7 @@ build="$root/build"
 [ "$kind" = plain ] || build="$root/build-$kind"
 env "${envs[@]}" cmake -S "$root" -B "$build" "${args[@]}"
 env "${envs[@]}" cmake --build "$build" -j "$(nproc)"
-env "${envs[@]}" ctest --test-dir "$build" --output-on-failure -j "$(nproc)"
+# Tests labelled "slow" (store faults and load) run in the plain build only.
+labels=()
+[ "$kind" = plain ] || labels=(-LE slow)
+env "${envs[@]}" ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "${labels[@]}"

@@ -10,6 +10,7 @@
 
 #include "export.h"
 #include "host.h"
+#include "status.h"
 
 QRV_EXTERN_C_BEGIN
 
@@ -93,13 +94,171 @@ typedef struct QRVSYSTEM {
 /* qrvInfoGetDescription() never writes more than this, terminator included. */
 #define QRVINFO_DESCRIPTION_SIZE 28
 
-/* Text slots with a fixed meaning (the others are named by the tag tables). */
-#define QRVINFO_TEXT_FILENAME 0
-#define QRVINFO_TEXT_NATIVE_LOCATOR 1
-#define QRVINFO_TEXT_UNIVERSAL_LOCATOR 2
-#define QRVINFO_TEXT_VERSION 58
-/* Numeric slot holding a timecode-type code. */
-#define QRVINFO_NUM_TIMECODE_TYPE 27
+/* The tag table: every named slot as X(constant, slot, value name), in slot
+ * order. The value name is the tag's name in a configuration store and in
+ * qrvInfoGetDescription(); the constant names the slot as
+ * QRVINFO_TEXT_<constant> or QRVINFO_NUM_<constant>. Text slot 80 has no
+ * name and is never stored. */
+#define QRVINFO_TEXT_TAGS(X) \
+    X(FILENAME, 0, "FileName")                                          \
+    X(NATIVE_LOCATOR, 1, "NativeLocator")                               \
+    X(UNIVERSAL_LOCATOR, 2, "UniversalLocator")                         \
+    X(TCP_IP_ADDRESS, 3, "TCP-IPAddress")                               \
+    X(SOURCE_LOCATOR, 4, "SourceLocator")                               \
+    X(CHANNEL_IDENTIFIER, 5, "ChannelIdentifier")                       \
+    X(CHANNEL_NAME, 6, "ChannelName")                                   \
+    X(CHANNEL_DESCRIPTION, 7, "ChannelDescription")                     \
+    X(TITLE, 8, "Title")                                                \
+    X(SUBJECT, 9, "Subject")                                            \
+    X(CATEGORY, 10, "Category")                                         \
+    X(KEYWORDS, 11, "Keywords")                                         \
+    X(RATINGS, 12, "Ratings")                                           \
+    X(COMMENTS, 13, "Comments")                                         \
+    X(DO_NOT_USE, 14, "DoNotUse")                                       \
+    X(OWNER, 15, "Owner")                                               \
+    X(EDITOR, 16, "Editor")                                             \
+    X(SUPPLIER, 17, "Supplier")                                         \
+    X(SOURCE, 18, "Source")                                             \
+    X(PROJECT, 19, "Project")                                           \
+    X(STATUS, 20, "Status")                                             \
+    X(AUTHOR, 21, "Author")                                             \
+    X(REVISION_NUMBER, 22, "RevisionNumber")                            \
+    X(PRODUCED, 23, "Produced")                                         \
+    X(ALBUM, 24, "Album")                                               \
+    X(ARTIST, 25, "Artist")                                             \
+    X(COMPOSER, 26, "Composer")                                         \
+    X(COPYRIGHT, 27, "Copyright")                                       \
+    X(CREATION_DATA, 28, "CreationData")                                \
+    X(DESCRIPTION, 29, "Description")                                   \
+    X(DIRECTOR, 30, "Director")                                         \
+    X(DISCLAIMER, 31, "Disclaimer")                                     \
+    X(ENCODED_BY, 32, "EncodedBy")                                      \
+    X(FULL_NAME, 33, "FullName")                                        \
+    X(GENRE, 34, "Genre")                                               \
+    X(HOST_COMPUTER, 35, "HostComputer")                                \
+    X(INFORMATION, 36, "Information")                                   \
+    X(MAKE, 37, "Make")                                                 \
+    X(MODEL, 38, "Model")                                               \
+    X(ORIGINAL_ARTIST, 39, "OriginalArtist")                            \
+    X(ORIGINAL_FORMAT, 40, "OriginalFormat")                            \
+    X(PERFORMERS, 41, "Performers")                                     \
+    X(PRODUCER, 42, "Producer")                                         \
+    X(PRODUCT, 43, "Product")                                           \
+    X(SOFTWARE, 44, "Software")                                         \
+    X(SPECIAL_PLAYBACK_REQUIREMENTS, 45, "SpecialPlaybackRequirements") \
+    X(TRACK, 46, "Track")                                               \
+    X(WARNING, 47, "Warning")                                           \
+    X(URL, 48, "URL")                                                   \
+    X(EDIT_DATA1, 49, "EditData1")                                      \
+    X(EDIT_DATA2, 50, "EditData2")                                      \
+    X(EDIT_DATA3, 51, "EditData3")                                      \
+    X(EDIT_DATA4, 52, "EditData4")                                      \
+    X(EDIT_DATA5, 53, "EditData5")                                      \
+    X(EDIT_DATA6, 54, "EditData6")                                      \
+    X(EDIT_DATA7, 55, "EditData7")                                      \
+    X(EDIT_DATA8, 56, "EditData8")                                      \
+    X(EDIT_DATA9, 57, "EditData9")                                      \
+    X(VERSION_STRING, 58, "VersionString")                              \
+    X(MANUFACTURER, 59, "Manufacturer")                                 \
+    X(LANGUAGE, 60, "Language")                                         \
+    X(FORMAT, 61, "Format")                                             \
+    X(INPUT_DEVICE, 62, "InputDevice")                                  \
+    X(DEVICE_MODEL_NUM, 63, "DeviceModelNum")                           \
+    X(DEVICE_SERIAL_NUM, 64, "DeviceSerialNum")                         \
+    X(REEL, 65, "Reel")                                                 \
+    X(SHOT, 66, "Shot")                                                 \
+    X(TAKE, 67, "Take")                                                 \
+    X(SLATE_INFO, 68, "SlateInfo")                                      \
+    X(FRAME_ATTRIBUTE, 69, "FrameAttribute")                            \
+    X(EPISODE, 70, "Episode")                                           \
+    X(SCENE, 71, "Scene")                                               \
+    X(DAILY_ROLL, 72, "DailyRoll")                                      \
+    X(CAM_ROLL, 73, "CamRoll")                                          \
+    X(SOUND_ROLL, 74, "SoundRoll")                                      \
+    X(LAB_ROLL, 75, "LabRoll")                                          \
+    X(KEY_NUMBER_PREFIX, 76, "KeyNumberPrefix")                         \
+    X(INK_NUMBER_PREFIX, 77, "InkNumberPrefix")                         \
+    X(PICTURE_ICON, 78, "PictureIcon")                                  \
+    X(PROXY_FILE, 79, "ProxyFile")                                      \
+    X(IMAGE_INFO, 81, "ImageInfo")                                      \
+    X(UMID, 82, "UMID")                                                 \
+    X(XML, 83, "XML")                                                   \
+    X(NOT_USED_85, 84, "NotUsed_85")                                    \
+    X(NOT_USED_86, 85, "NotUsed_86")                                    \
+    X(NOT_USED_87, 86, "NotUsed_87")                                    \
+    X(NOT_USED_88, 87, "NotUsed_88")                                    \
+    X(NOT_USED_89, 88, "NotUsed_89")                                    \
+    X(NOT_USED_90, 89, "NotUsed_90")                                    \
+    X(NOT_USED_91, 90, "NotUsed_91")                                    \
+    X(NOT_USED_92, 91, "NotUsed_92")                                    \
+    X(NOT_USED_93, 92, "NotUsed_93")                                    \
+    X(NOT_USED_94, 93, "NotUsed_94")                                    \
+    X(NOT_USED_95, 94, "NotUsed_95")                                    \
+    X(NOT_USED_96, 95, "NotUsed_96")                                    \
+    X(NOT_USED_97, 96, "NotUsed_97")                                    \
+    X(NOT_USED_98, 97, "NotUsed_98")                                    \
+    X(NOT_USED_99, 98, "NotUsed_99")                                   
+
+#define QRVINFO_NUMERIC_TAGS(X) \
+    X(TIMECODE, 0, "TimeCode")                                   \
+    X(USER_BITS, 1, "UserBits")                                  \
+    X(VITC_TIMECODE, 2, "VITCTimeCode")                          \
+    X(VITC_USER_BITS, 3, "VITCUserBits")                         \
+    X(VITC_EXTRA_DATA, 4, "VITCExtraData")                       \
+    X(POSTER_FRAME, 5, "PosterFrame")                            \
+    X(A_FRAME, 6, "A-Frame")                                     \
+    X(ASPECT_RATIO, 7, "AspectRatio")                            \
+    X(ORIGINAL_RATE, 8, "OriginalRate")                          \
+    X(ORIGINAL_SCALE, 9, "OriginalScale")                        \
+    X(TOTAL_CONVERSIONS, 10, "TotalConversions")                 \
+    X(VERSION_NUMBER, 11, "VersionNumber")                       \
+    X(FILE_SIZE, 12, "FileSize")                                 \
+    X(FILE_DATE, 13, "FileDate")                                 \
+    X(FILE_TIME, 14, "FileTime")                                 \
+    X(SEQUENCE_NUMBER, 15, "SequenceNumber")                     \
+    X(TOTAL_STREAMS, 16, "TotalStreams")                         \
+    X(TOTAL_LENGTH, 17, "TotalLength")                           \
+    X(FILM_MANUFACTURER_CODE, 18, "FilmManufacturerCode")        \
+    X(FILM_TYPE_CODE, 19, "FilmTypeCode")                        \
+    X(WHITE_POINT, 20, "WhitePoint")                             \
+    X(BLACK_POINT, 21, "BlackPoint")                             \
+    X(BLACK_GAIN, 22, "BlackGain")                               \
+    X(BREAK_POINT, 23, "BreakPoint")                             \
+    X(GAMMA1000, 24, "Gamma1000")                                \
+    X(TAG_NUMBER, 25, "TagNumber")                               \
+    X(FLAGS, 26, "Flags")                                        \
+    X(TIMECODE_TYPE, 27, "TimeCodeType")                         \
+    X(LTC_TIMECODE_TYPE, 28, "LTCTimeCodeType")                  \
+    X(VITC_TIMECODE_TYPE, 29, "VITCTimeCodeType")                \
+    X(PROD_DATE, 30, "ProdDate")                                 \
+    X(UNIQUE_ID, 31, "UniqueID")                                 \
+    X(CUSTOM_METADATA_BLOCK_TYPE, 32, "CustomMetadataBlockType") \
+    X(CUSTOM_METADATA_BLOCK_SIZE, 33, "CustomMetadataBlockSize") \
+    X(NORTH_SOUTH_EAST_WEST, 34, "NorthSouthEastWest")           \
+    X(LATITUDE, 35, "Latitude")                                  \
+    X(LONGITUDE, 36, "Longitude")                                \
+    X(EXPOSURE, 37, "Exposure")                                  \
+    X(RED_GAIN, 38, "RedGain")                                   \
+    X(BLUE_GAIN, 39, "BlueGain")                                 \
+    X(WHITE_BALANCE, 40, "WhiteBalance")                         \
+    X(MATRIX, 41, "Matrix")                                      \
+    X(ISO, 42, "ISO")                                            \
+    X(GREEN_GAIN, 43, "GreenGain")                               \
+    X(NOT_USED_45, 44, "NumericNotUsed_45")                      \
+    X(NOT_USED_46, 45, "NumericNotUsed_46")                      \
+    X(NOT_USED_47, 46, "NumericNotUsed_47")                      \
+    X(NOT_USED_48, 47, "NumericNotUsed_48")                      \
+    X(NOT_USED_49, 48, "NumericNotUsed_49")                     
+
+#define QRVINFO_TEXT_SLOT_CONSTANT(constant, slot, name) QRVINFO_TEXT_##constant = slot,
+#define QRVINFO_NUM_SLOT_CONSTANT(constant, slot, name) QRVINFO_NUM_##constant = slot,
+/* QRVINFO_TEXT_TITLE, QRVINFO_NUM_TIMECODE_TYPE, ...: one per named slot. */
+enum { QRVINFO_TEXT_TAGS(QRVINFO_TEXT_SLOT_CONSTANT) };
+enum { QRVINFO_NUMERIC_TAGS(QRVINFO_NUM_SLOT_CONSTANT) };
+#undef QRVINFO_TEXT_SLOT_CONSTANT
+#undef QRVINFO_NUM_SLOT_CONSTANT
+/* The earlier name of QRVINFO_TEXT_VERSION_STRING. */
+#define QRVINFO_TEXT_VERSION QRVINFO_TEXT_VERSION_STRING
 
 /* The descriptive metadata of one clip. Layout is fixed: 99 text pointers,
  * a word, 49 numeric values, then two reserved values. Reset it with
@@ -113,36 +272,80 @@ typedef struct QRVINFO {
     uint32_t ReservedEnd; /* reset to 0; otherwise untouched */
 } QRVINFO;
 
-/* Frees every text slot and resets every field; also initialises a fresh
- * record, whose text slots must be null or owned. */
+/* Frees every text slot with hostFree() and resets every field: numeric
+ * slots to QRVINFO_NOT_SET except TIMECODE, VITC_TIMECODE, POSTER_FRAME and
+ * A_FRAME, which start at 0. Also initialises a fresh record, whose text
+ * slots must be null or owned (zero the record first). */
 QRV_API void qrvInfoDelete(QRVINFO *info);
-/* Merges src into dst: locators 0-2 only fill empty slots, other set text
- * slots replace dst's with copies, set numeric slots overwrite. Returns 0. */
+/* Merges src into dst: the file name and locators (slots 0-2) only fill
+ * empty slots and are never replaced; other non-null text slots replace
+ * dst's with hostAlloc() copies (the old blocks freed); numeric slots other
+ * than QRVINFO_NOT_SET overwrite. src may be dst. Returns 0. */
 QRV_API int qrvInfoSet(QRVINFO *dst, const QRVINFO *src);
 /* Writes the tag name of `index` into `name` (QRVINFO_DESCRIPTION_SIZE
- * bytes). Indexes 0-78 name text tags without the unused "DoNotUse" slot,
- * 4097-4129 numeric slots 0-32, 0x10000-0x10022 stream fields. Returns 0, or
- * -1 after writing "Unk(<index>) " for any other index. */
+ * bytes are always enough). Kept display numbering, which hosts store:
+ * indexes 0-78 name text slots with "DoNotUse" (slot 14) skipped, so index
+ * n >= 14 names slot n + 1 and slots 80-98 have no index; 4097-4129 name
+ * numeric slots 0-32 only; 0x10000-0x10022 name stream fields. Returns 0,
+ * or -1 after writing "Unk(<index as a signed number>) " for any other. */
 QRV_API int qrvInfoGetDescription(unsigned index, char *name);
-/* The timecode-type code named by a TcType="..." attribute inside `text`;
- * 0 for null text, no attribute or an unknown value. */
+/* The timecode-type code named by a TcType= attribute anywhere inside
+ * `text` (spelled TcType=, tctype= or TCTYPE=, tried in that order; the
+ * character after '=' is skipped as the quote, whatever it is). The value is
+ * matched by prefix, ignoring case: "frames" 0, "23.98" 132, "film-drop"
+ * 128, "film" 1, "pal" 8, "drop-frame" 4, "50" 16, "59.94" 32, "60" 64. Kept:
+ * "non-drop-frame" gives 4, the drop-frame code, as clips already carry it.
+ * 0 for null text, no attribute or an unknown value; reads nothing past the
+ * text's terminator. */
 QRV_API unsigned sqrvInfoFindTcType(const char *text);
 
 /* ---- Persistence -------------------------------------------------------------- */
 
-/* Loads the values present in a store over the record and sets the version
- * text. `handle` is QRV_CFG_DEFAULT or comes from cfgOpen(). Returns 0. */
-QRV_API int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info);
-/* Mirrors the record into a store: set slots are written, unset ones
- * deleted. Returns 0. */
-QRV_API int qrvInfoWriteRegSet(cfgHandle handle, const QRVINFO *info);
-/* Loads from the default store (or seeds it with the record while
- * "XMLDisable" is missing) and then from an existing "UserMetadata.xml".
+/* Defaults live under the key "Ovalbrook\MetaData\Default" of a configuration
+ * store, one value per named tag (its value name from the tag table): text
+ * slots as strings, numeric slots as 32-bit values. Text slots 0-4 (file
+ * name and locators) and 80 are never stored or loaded; "VersionString" is
+ * stored but never loaded. Loading overlays: only values present change the
+ * record. Storing mirrors: set slots are written, unset ones (null text,
+ * QRVINFO_NOT_SET) deleted. Each load or store is one group of store calls
+ * (cfgBeginBatch), so on the default store a record is written all or
+ * nothing and read at one moment. These four calls return 0 whatever the
+ * store does and log nothing of their own.
+ *
+ * Seeding (kept: hosts rely on the first run giving the store its defaults):
+ * while the default store lacks the switch "XMLDisable" under
+ * "Ovalbrook\MetaData", qrvInfoReadReg(info, 1, ...) does not load at all but
+ * writes the caller's record into the store as its defaults, so the first
+ * read on a new store overwrites whatever defaults it held with the
+ * caller's record. Once the switch exists (its value is never looked at),
+ * the same call loads. qrvInfoMarkSeeded() writes the switch, for a host
+ * that has put its defaults in place by other means. */
+
+/* Loads the values present in the store `handle` (QRV_CFG_DEFAULT or from
+ * cfgOpen()) over the record; slot 58 always becomes a fresh 18-byte block
+ * holding the library version "6.0.0.173". A text value replaces its slot
+ * with a block of the stored size + 4 (the old block freed); one that fails
+ * to read leaves the slot null. Absent values leave their slots alone.
  * Returns 0. */
+QRV_API int qrvInfoReadRegSet(cfgHandle handle, QRVINFO *info);
+/* Mirrors the record into the store `handle`: stored text slots written as
+ * strings ("" included), null ones deleted; numeric slots written, or
+ * deleted when QRVINFO_NOT_SET. Returns 0. */
+QRV_API int qrvInfoWriteRegSet(cfgHandle handle, const QRVINFO *info);
+/* With `fromStore`: seeds the default store with the record while it lacks
+ * the switch, else loads from it (see Seeding). Then, with `fromUserFile`
+ * and an existing "UserMetadata.xml" (per-user directory) that opens,
+ * loads from that file over the result and closes it with a save. A file
+ * that does not open is skipped without a word. Returns 0. */
 QRV_API int qrvInfoReadReg(QRVINFO *info, int fromStore, int fromUserFile);
-/* Writes to the default store and to "UserMetadata.xml" when it already
- * exists. Returns 0. */
+/* With `toStore`: stores the record into the default store. With
+ * `toUserFile`: stores it into "UserMetadata.xml" only when that file
+ * already exists (it is never created). Returns 0. */
 QRV_API int qrvInfoWriteReg(const QRVINFO *info, int toStore, int toUserFile);
+/* Writes the switch "XMLDisable" (value 0) into the default store, so that
+ * qrvInfoReadReg loads from then on instead of seeding. Returns QRV_OK, or
+ * QRV_E_IO when the store could not be written (the store logs why). */
+QRV_API int qrvInfoMarkSeeded(void);
 
 QRV_EXTERN_C_END
 

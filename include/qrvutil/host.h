@@ -19,6 +19,7 @@
 #include <stdint.h>
 
 #include "export.h"
+#include "status.h"
 
 QRV_EXTERN_C_BEGIN
 
@@ -56,13 +57,15 @@ typedef long long osHandle;
 
 /* ---- Memory --------------------------------------------------------------- */
 
-/* A block of at least `size` bytes, or null. Release it with hostFree(). */
+/* A block of at least `size` bytes (a zero size still gets a block of its
+ * own), or null. Release it with hostFree(). */
 QRV_API void *hostAlloc(size_t size);
 /* Releases a block from hostAlloc(); null is allowed. */
 QRV_API void hostFree(void *block);
-/* Plain copy of `count` bytes between areas that do not overlap. */
+/* Plain copy of `count` bytes between areas that must not overlap; a zero
+ * count touches neither pointer. */
 QRV_API void hostCopyMemory(void *dst, const void *src, unsigned count);
-/* Sets `count` bytes to zero. */
+/* Sets `count` bytes to zero; a zero count touches nothing. */
 QRV_API void hostZeroMemory(void *dst, unsigned count);
 
 /* ---- Logging ---------------------------------------------------------------- */
@@ -89,8 +92,12 @@ QRV_API int logDebug(const char *text);
 /* ---- Configuration store ------------------------------------------------------ */
 
 /* The default store is the SQLite database "config.sqlite" in the per-user
- * directory, created on the first write (a read never creates it); several
- * processes may use it at once and every write is one transaction. Key paths
+ * directory, created on the first write (a read never creates it, and the
+ * directory is made only when the database cannot be opened); several
+ * processes may use it at once, and every write outside a group
+ * (cfgBeginBatch) is one transaction of its own, so a value acknowledged to
+ * the caller survives the process being killed. Each thread keeps one
+ * connection to it between calls. Key paths
  * are backslash-separated ("Ovalbrook\MetaData\Default"; empty components
  * are ignored); key and value names match exactly, case included. Values are
  * typed, a 32-bit number or a string, and a read with the other type fails.
@@ -99,17 +106,27 @@ QRV_API int logDebug(const char *text);
 
 /* Opens an existing XML file as a store (`flags` is ignored). Bare names
  * resolve in the per-user directory. The file is read whole now and written
- * back by cfgClose(). Returns null, after logging why, when the file is
- * missing, unreadable, not well-formed or not a store file (its root element
- * must be <Config>); such a file is never written. */
+ * back by cfgClose(). Returns null, after logging one line that names the
+ * file, when the file is missing, unreadable, not well-formed, holds
+ * anything but blanks and comments after its root element, or is not a
+ * store file (its root element must be <Config>); such a file is never
+ * written. On success, temporaries of the file left by a killed save
+ * ("<file>.XXXXXX" that no live writer holds locked) are removed. */
 QRV_API cfgHandle cfgOpen(const char *path, int flags);
-/* Closes a handle from cfgOpen() and frees it; with `save` non-zero and
- * something changed, the file is replaced atomically (a temporary file in
- * the same directory, synced, then renamed over it). Returns 0 on success;
- * closing QRV_CFG_DEFAULT does nothing and returns 0. */
+/* Closes a handle from cfgOpen() and frees it, whatever the result; with
+ * `save` non-zero and something changed, the file is replaced atomically
+ * (a locked temporary file in the same directory, synced, then renamed over
+ * it), so a reader or a crash sees the old file or the new one, never a mix;
+ * stale temporaries are removed first. Returns 0 on success, non-zero when
+ * the file could not be written (logged; the file is untouched) or the
+ * handle is unknown. Closing QRV_CFG_DEFAULT does nothing and returns 0.
+ * Two handles on one file do not merge: each save replaces the whole file,
+ * and the last one wins. */
 QRV_API int cfgClose(cfgHandle handle, int save);
 /* Reads (QRV_CFG_READ) or writes (QRV_CFG_WRITE) a 32-bit value. Reading with
- * a null `value` only tests that the value exists. Returns 0 on success. */
+ * a null `value` only tests that the value exists. Returns 0 on success,
+ * non-zero for a missing value, a string value, a null `value` on writing,
+ * another direction, or a failing store. */
 QRV_API int cfgValueDword(cfgHandle handle, const char *keyPath, const char *valueName,
                           unsigned *value, int direction);
 /* Reads or writes a string value. A read stores the size needed (text
@@ -122,9 +139,24 @@ QRV_API int cfgValueDword(cfgHandle handle, const char *keyPath, const char *val
  * Returns 0 on success. */
 QRV_API int cfgValueString(cfgHandle handle, const char *keyPath, const char *valueName,
                            char *buffer, unsigned *size, int direction);
-/* Removes a value. Returns 0 when a value was removed, non-zero when there
- * was none or the store failed. */
+/* Removes a value of either type. Returns 0 when a value was removed,
+ * non-zero when there was none or the store failed. */
 QRV_API int cfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName);
+/* Groups the store calls this thread makes on `handle` until the matching
+ * cfgEndBatch(), so that they take effect together. On the default store the
+ * group is one transaction: a process killed inside it leaves none of the
+ * group's writes, and its reads see one moment of the store. A cfgOpen()
+ * file is written whole by cfgClose() anyway, so there grouping changes
+ * nothing. Groups nest; the outermost end commits. A call that fails inside
+ * a group fails alone. A host whose store has no batch entries gets no
+ * groups: both calls then do nothing and return QRV_OK. `handle` is
+ * QRV_CFG_DEFAULT or from cfgOpen(), as for every store call. Returns QRV_OK,
+ * or QRV_E_ARGUMENT for a null handle. */
+QRV_API int cfgBeginBatch(cfgHandle handle);
+/* Ends a group begun on `handle`; the outermost end commits what the group
+ * wrote. Returns QRV_OK; QRV_E_IO, after logging why, when the commit failed
+ * and the group's writes are gone; QRV_E_ARGUMENT when no group is open. */
+QRV_API int cfgEndBatch(cfgHandle handle);
 
 /* ---- Files -------------------------------------------------------------------- */
 
@@ -147,8 +179,8 @@ QRV_API int osReadFile(osHandle handle, void *buffer, unsigned count, unsigned *
                        void *overlapped);
 QRV_API int osWriteFile(osHandle handle, const void *buffer, unsigned count, unsigned *done,
                         void *overlapped);
-/* Moves to an absolute position; returns the position reached, or
- * (unsigned long long)-1 on failure. */
+/* Moves to an absolute position (beyond the end is allowed); returns the
+ * position reached, or (unsigned long long)-1 on failure. */
 QRV_API unsigned long long osSeek(osHandle handle, unsigned long long position);
 /* File size: the low 32 bits (the high 32 bits into *high when not null).
  * 0xFFFFFFFF with *high untouched on failure. Goes through osGetFileSizeEx. */
@@ -167,7 +199,8 @@ QRV_API int osFileExists(const char *path);
  * Each part must hold the whole path. */
 QRV_API void osSplitPath(const char *path, char *drive, char *dir, char *name, char *ext);
 /* Joins the parts again: drive, directory (a '/' added when it lacks one),
- * name, and extension (a '.' added when it lacks one). Null parts are empty. */
+ * name, and extension (a '.' added when it lacks one). Null parts are empty.
+ * `out` must hold every part, two separators and the terminator. */
 QRV_API void osMakePath(char *out, const char *drive, const char *dir, const char *name,
                         const char *ext);
 /* A free-running monotonic millisecond clock; compare readings by difference. */
@@ -208,8 +241,16 @@ QRV_API int tcToFrame(const char *text, unsigned flags, unsigned *frames);
 
 /* ---- Replacing services ------------------------------------------------------------ */
 
-/* A host's implementations. Null entries keep the built-in service. */
+/* A host's implementations, each standing in for the call of the same name
+ * (logLine for the sink behind every log call). Null entries keep the
+ * built-in service.
+ * `size` comes first and must be set to sizeof(qrvHostServices) as the
+ * caller's header declares it, so that the table can grow: a table of an
+ * older, shorter layout (without the batch entries) is still taken, its
+ * missing entries counting as null; a size the library does not know is
+ * refused. */
 typedef struct qrvHostServices {
+    uint32_t size;
     void *(*alloc)(size_t size);
     void (*free)(void *block);
     /* Receives every finished log line with its level (QRV_LOG_*). */
@@ -234,12 +275,29 @@ typedef struct qrvHostServices {
     int (*osFileExists)(const char *path);
     unsigned (*osGetMs)(void);
     void (*osSleepMicroseconds)(unsigned microseconds);
+    /* Optional: the begin and end of a group of store calls (see
+     * cfgBeginBatch). A host that replaces any configuration-store entry
+     * but not these gets no grouping: every store call stands alone. */
+    int (*cfgBeginBatch)(cfgHandle handle);
+    int (*cfgEndBatch)(cfgHandle handle);
 } qrvHostServices;
 
+/* Fixed layout: the size word, then one pointer per entry (the word is
+ * padded to a pointer's width on 64-bit builds). */
+QRV_STATIC_ASSERT(offsetof(qrvHostServices, alloc) == sizeof(void *),
+                  "qrvHostServices: entries start one pointer in");
+QRV_STATIC_ASSERT(offsetof(qrvHostServices, cfgBeginBatch) == 19 * sizeof(void *),
+                  "qrvHostServices: the batch entries follow the 18 first entries");
+QRV_STATIC_ASSERT(sizeof(qrvHostServices) == 21 * sizeof(void *),
+                  "qrvHostServices: size word and 20 entries");
+
 /* Installs a host's services: every non-null entry replaces the built-in one,
- * every null entry restores it. The table is copied. Not thread-safe: call it
- * before the library is used from several threads. */
-QRV_API void qrvSetHostServices(const qrvHostServices *services);
+ * every null entry restores it. The table is copied (only its first `size`
+ * bytes are read). Returns QRV_OK, or QRV_E_ARGUMENT after logging an error
+ * when `size` is not a layout the library knows; the services in force then
+ * stay as they were. Null restores every built-in service. Not thread-safe:
+ * call it before the library is used from several threads. */
+QRV_API int qrvSetHostServices(const qrvHostServices *services);
 /* Restores every built-in service. */
 QRV_API void qrvResetHostServices(void);
 

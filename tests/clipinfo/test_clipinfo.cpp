@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,7 +15,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
+#include <random>
 #include <set>
 #include <string>
 #include <utility>
@@ -211,6 +214,76 @@ TEST_F(ClipInfoStore, AnotherProcessWritesOrIsKilledMidway)
     // Every slot holds the last finished generation or the one under way.
     for (unsigned g : loaded())
         EXPECT_TRUE(g == last || g == last + 1) << g << " after " << last;
+}
+
+// The switch written by qrvInfoMarkSeeded turns the first read into a load.
+TEST_F(ClipInfoStore, AMarkedStoreLoadsInsteadOfBeingSeeded)
+{
+    Record r(3);
+    EXPECT_EQ(qrvInfoMarkSeeded(), QRV_OK);
+    qrvInfoReadReg(&r.info, 1, 0);
+    EXPECT_STREQ(r.info.text[QRVINFO_TEXT_VERSION_STRING], "6.0.0.173"); // loaded, not seeded
+    unsigned size = 0;
+    EXPECT_NE(cfgValueString(QRV_CFG_DEFAULT, "Ovalbrook\\MetaData\\Default", "Title", nullptr,
+                             &size, QRV_CFG_READ), 0);
+
+    const std::string blocked = dir + "/file";
+    std::ofstream(blocked) << "not a directory";
+    setenv("QRVUTIL_CONFIG_DIR", (blocked + "/sub").c_str(), 1);
+    EXPECT_EQ(qrvInfoMarkSeeded(), QRV_E_IO);
+}
+
+// A user file the store cannot read is skipped by loads and stores alike,
+// and never rewritten.
+TEST_F(ClipInfoStore, AMalformedUserFileIsNeverOverwritten)
+{
+    Record r(4);
+    for (const char *bytes : {"<Config><Key Name=\"a\"></Config>", "<Config/>\ntail of an older file"}) {
+        std::ofstream(userFile) << bytes;
+        qrvInfoWriteReg(&r.info, 0, 1);
+        qrvInfoReadReg(&r.info, 0, 1);
+        std::ifstream in(userFile);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), bytes);
+    }
+}
+
+// A writer storing generation after generation is killed at random moments;
+// each time the store holds one whole record: the last one acknowledged, or
+// the one under way (when the kill came after its commit).
+TEST_F(ClipInfoStore, AWriterKilledAgainAndAgainNeverLeavesAHalfWrittenRecord)
+{
+    createSwitch();
+    Record first(1);
+    qrvInfoWriteReg(&first.info, 1, 0);
+    unsigned whole = 1, next = 2;
+    std::minstd_rand random(20261125);
+    for (int round = 0; round < 12; ++round) {
+        int acks[2];
+        ASSERT_EQ(pipe(acks), 0);
+        const pid_t writer = fork();
+        if (writer == 0) {
+            for (unsigned g = next;; ++g) {
+                Record r(g);
+                qrvInfoWriteReg(&r.info, 1, 0);
+                if (write(acks[1], &g, sizeof g) != sizeof g)
+                    _exit(1);
+            }
+        }
+        close(acks[1]);
+        usleep(2000 + random() % 30000);
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+        unsigned underWay = next;
+        for (unsigned g; read(acks[0], &g, sizeof g) == sizeof g; underWay = g + 1)
+            whole = g;
+        close(acks[0]);
+        const Generations seen = loaded();
+        ASSERT_TRUE(seen == Generations{whole} || seen == Generations{underWay})
+            << "round " << round << ": " << seen.size() << " generations, first "
+            << *seen.begin() << ", last acknowledged " << whole;
+        whole = *seen.begin();
+        next = underWay + 1;
+    }
 }
 
 } // namespace

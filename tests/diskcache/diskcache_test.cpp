@@ -32,6 +32,7 @@ protected:
         fake = FakeFile();
         for (size_t i = 0; i < (2u << 20); ++i) fake.bytes += static_cast<char>(i * 7 + i / 251);
         qrvHostServices s = {};
+        s.size = sizeof s;
         s.osReadFile = [](osHandle, void *to, unsigned count, unsigned *done, void *) {
             ++fake.reads;
             fake.lastAsked = count;

@@ -190,12 +190,12 @@ TEST(AddNalUnits, EveryFailureLeavesTheFrameAsItWas)
     EXPECT_EQ(cut.add(&p.sps, &p.pps), QRV_E_TRUNCATED);
     EXPECT_EQ(cut.bytes(), last);
     qrvHostServices noMemory{};
+    noMemory.size = sizeof noMemory;
     noMemory.alloc = [](size_t) -> void * { return nullptr; };
     qrvSetHostServices(&noMemory);
     Frame starved(frame, grown + 64);
     unchanged(starved, QRV_E_MEMORY, nullptr, nullptr);
-    const qrvHostServices builtIn{};
-    qrvSetHostServices(&builtIn);
+    qrvResetHostServices();
 
     Frame small(frame, frame.size());
     small.nb.length = uint32_t(frame.size() + 1);

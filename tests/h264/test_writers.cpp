@@ -422,6 +422,7 @@ int gAllocs = 0, gFrees = 0;
 TEST(Writers, ParameterSetReadersCopyThroughTheHostAllocator)
 {
     qrvHostServices s{};
+    s.size = sizeof s;
     s.alloc = [](size_t n) { return ++gAllocs, std::malloc(n); };
     s.free = [](void *p) {
         if (p)
@@ -432,8 +433,7 @@ TEST(Writers, ParameterSetReadersCopyThroughTheHostAllocator)
     const Bytes clip = clipBytes("high_cqm", ".h264");
     const PPS_DECODED pps = decodePps(firstUnit(clip, 8));
     const SPS_DECODED sps = decodeSps(firstUnit(clip, 7));
-    qrvHostServices none{};
-    qrvSetHostServices(&none);
+    qrvResetHostServices();
     EXPECT_EQ(gAllocs, 2);
     EXPECT_EQ(gFrees, 2);
     EXPECT_EQ(pps.transform_8x8_mode_flag, 1);

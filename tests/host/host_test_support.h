@@ -29,6 +29,7 @@ protected:
         useDirectory(dir_);
         capturedLines.clear();
         qrvHostServices services{};
+        services.size = sizeof services;
         services.logLine = keepLine;
         qrvSetHostServices(&services);
     }

@@ -43,6 +43,7 @@ int g_allocations = 0;
 TEST_F(LogTest, ReplacedServicesApplyUntilReset)
 {
     qrvHostServices services{};
+    services.size = sizeof services;
     services.alloc = [](size_t size) { ++g_allocations; return malloc(size); };
     services.osReadFile = [](osHandle, void *, unsigned, unsigned *, void *) { return 0; };
     services.osGetLastError = [] { return unsigned(EIO); };

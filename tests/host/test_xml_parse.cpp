@@ -86,6 +86,7 @@ class GuardedHost : public ::testing::Test {
 protected:
     void SetUp() override {
         qrvHostServices services = {};
+        services.size = sizeof services;
         services.alloc = guardedAlloc;
         services.free = guardedFree;
         qrvSetHostServices(&services);

@@ -201,6 +201,7 @@ class DebugText : public ::testing::Test {
 protected:
     void SetUp() override {
         qrvHostServices services{};
+        services.size = sizeof services;
         services.logLine = captureLine;
         qrvSetHostServices(&services);
         gDebugLines.clear();

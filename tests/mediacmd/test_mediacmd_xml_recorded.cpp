@@ -352,6 +352,7 @@ TEST(XmlRecorded, NoBlockStillChangesTheRecord) {
         cmd.CmdAlt = 162;
         std::strcpy(cmd.FileName, "abc$123");
         qrvHostServices services = {};
+        services.size = sizeof services;
         services.alloc = noMemory;
         if (failAlloc) qrvSetHostServices(&services);
         char *text = reinterpret_cast<char *>(&services);
