@@ -74,7 +74,7 @@ for name, results in sorted(by_bin.items()):
         line = "  %-36s best %10.3f %s" % (n, min(times), unit)
         if base and n != base:
             ratios = [r[0][base] / r[0][n] for r in results]
-            line += "   ratio %.2f" % ratios[0] if runs == 1 else \
-                "   ratio %.2f..%.2f" % (min(ratios), max(ratios))
+            line += "   ratio %.3g" % ratios[0] if runs == 1 else \
+                "   ratio %.3g..%.3g" % (min(ratios), max(ratios))
         print(line)
 PY
