@@ -3,94 +3,14 @@
 #include <qrvutil/h264.h>
 #include <qrvutil/host.h>
 
+#include "bits/nal_types.h"
+#include "bits/rbsp.h"
+#include "bits/start_code.h"
+#include "bits/units.h"
 #include "h264/scanning_internal.h"
 
 #include <algorithm>
 #include <cstring>
-
-namespace qrv::h264 {
-
-uint64_t findStartCode(const uint8_t *data, uint64_t from, uint64_t end)
-{
-    // Look for the 01 that closes a code; memchr keeps this near memory speed.
-    uint64_t at = from + 3;
-    while (at < end) {
-        const void *hit = std::memchr(data + at, 0x01, static_cast<size_t>(end - at));
-        if (!hit)
-            break;
-        at = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - data);
-        if (data[at - 1] == 0 && data[at - 2] == 0 && data[at - 3] == 0)
-            return at - 3;
-        ++at;
-    }
-    return end;
-}
-
-uint64_t startCodeUnitLength(const uint8_t *data, uint64_t field, uint64_t end)
-{
-    const uint64_t payload = field + 4;
-    const uint64_t next = findStartCode(data, payload, end);
-    return next < end ? next - payload : end - field;
-}
-
-namespace {
-
-// First position from 1 on whose byte is 03 or 0C after two zero bytes (the
-// byte before the unit counting as one), or `len`. Zero bytes are rare in
-// SEI payloads, so memchr finds the candidates.
-size_t firstSeiRemoval(const uint8_t *unit, size_t len, uint8_t before)
-{
-    const auto removable = [](uint8_t b) { return b == 0x03 || b == 0x0C; };
-    if (len > 1 && before == 0 && unit[0] == 0 && removable(unit[1]))
-        return 1;
-    for (size_t at = 0; at + 2 < len;) {
-        const void *hit = std::memchr(unit + at, 0, len - 2 - at);
-        if (!hit)
-            break;
-        at = static_cast<size_t>(static_cast<const uint8_t *>(hit) - unit);
-        if (unit[at + 1] == 0 && removable(unit[at + 2]))
-            return at + 2;
-        ++at;
-    }
-    return len;
-}
-
-} // namespace
-
-void cleanSeiUnit(uint8_t *unit, size_t len, uint8_t before)
-{
-    const size_t first = firstSeiRemoval(unit, len, before);
-    if (first >= len)
-        return;
-    // From there one pass with a read and a write index gives the same bytes
-    // as sliding the tail down once per removed byte, in linear time. The
-    // byte that slides into a cleared position is not examined itself, only
-    // counted as a preceding byte for the next position.
-    const uint8_t last = unit[len - 1];
-    uint8_t older = first >= 2 ? unit[first - 2] : before;
-    uint8_t prior = unit[first - 1];
-    size_t w = first;
-    size_t r = first;
-    while (r < len) {
-        uint8_t byte = unit[r];
-        const bool removed = older == 0 && prior == 0 && (byte == 0x03 || byte == 0x0C);
-        if (removed) {
-            if (r + 1 >= len)
-                break;
-            byte = unit[r + 1];
-            r += 2;
-        } else {
-            r += 1;
-        }
-        unit[w++] = byte;
-        older = prior;
-        prior = byte;
-    }
-    // The length is kept: the freed positions repeat the unit's last byte.
-    std::fill(unit + w, unit + len, last);
-}
-
-} // namespace qrv::h264
 
 namespace {
 
@@ -126,20 +46,16 @@ struct MarkerCount {
     uint64_t short3;
 };
 
+// Every marker ends a 00 00 01, so only those are looked at.
 MarkerCount countMarkers(const uint8_t *b, uint64_t len)
 {
     MarkerCount count{0, 0};
-    uint64_t at = 0;
-    while (at < len) {
-        const void *hit = std::memchr(b + at, 0x01, static_cast<size_t>(len - at));
-        if (!hit)
-            break;
-        const uint64_t one = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - b);
+    const uint8_t *end = b + len;
+    for (const uint8_t *code = b; (code = qrv::findStartCode(code, end)) != end; code += 3) {
         uint64_t start = 0;
-        const Marker kind = markerEndingAt(b, one, len, &start);
+        const Marker kind = markerEndingAt(b, static_cast<uint64_t>(code - b) + 2, len, &start);
         count.all += kind != Marker::none;
         count.short3 += kind == Marker::short3;
-        at = one + 1;
     }
     return count;
 }
@@ -151,11 +67,13 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
     uint64_t shift = shortCodes;
     uint64_t segmentEnd = len;
     uint64_t nextField = len + shortCodes; // new end, then each later field
-    for (uint64_t one = len; one > 2;) {
-        const void *hit = memrchr(b + 2, 0x01, static_cast<size_t>(one - 2));
-        if (!hit)
+    // `below`: the codes still to visit lie wholly under it.
+    for (uint64_t below = len; below >= 3;) {
+        const uint8_t *code = qrv::findLastStartCode(b, b + below);
+        if (!code)
             break;
-        one = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - b);
+        const uint64_t one = static_cast<uint64_t>(code - b) + 2;
+        below = one; // a code that is no marker: go on below its 01
         uint64_t start = 0;
         const Marker kind = markerEndingAt(b, one, len, &start);
         if (kind == Marker::none)
@@ -170,7 +88,7 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
         if (kind == Marker::short3)
             --shift;
         // The field just written may hold 00 00 01: go on below the code.
-        one = start;
+        below = start;
     }
 }
 
@@ -179,14 +97,7 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
 constexpr size_t kAvccReadLimit = 512; // longer boxes are read as if cut here
 constexpr size_t kReaderPad = 8;       // the bit reader may touch one byte past its end
 
-enum NalType : uint8_t {
-    kNalUnspecified = 0,
-    kNalSliceFirst = 1,
-    kNalSliceLast = 5,
-    kNalSei = 6,
-    kNalSps = 7,
-    kNalPps = 8,
-};
+constexpr uint32_t kStartCodeField = 1; // 00 00 00 01 read as a 4-byte field
 
 kx_bitstream readerOver(const uint8_t *unit, uint64_t len)
 {
@@ -215,24 +126,26 @@ struct WalkRecords {
     PPS_DECODED *pps;
 };
 
-void decodeUnit(uint8_t *unit, uint64_t len, uint8_t before, const WalkRecords &rec)
+void decodeUnit(uint8_t *unit, uint64_t len, const WalkRecords &rec)
 {
-    const uint8_t type = unit[0] & 0x1F;
+    const uint8_t type = qrv::nal::typeOf(unit[0]);
     kx_bitstream bs = readerOver(unit, len);
-    if (type >= kNalSliceFirst && type <= kNalSliceLast) {
+    if (qrv::nal::isSlice(type)) {
         SLICE_HEADER scratch{};
         qrvutilRead_SliceHeader(&bs, &scratch, rec.sps, rec.pps, type);
-    } else if (type == kNalSps) {
+    } else if (type == qrv::nal::kSps) {
         *rec.sps = SPS_DECODED{};
         qrvutilRead_SPS(&bs, rec.sps);
-    } else if (type == kNalPps) {
+    } else if (type == qrv::nal::kPps) {
         // Cleared first: the tail look-ahead starts from the record's value.
         *rec.pps = PPS_DECODED{};
         qrvutilRead_PPS(&bs, rec.pps);
-    } else if (type == kNalSei) {
+    } else if (type == qrv::nal::kSei) {
         // Only the cleaning is kept from SEI handling: the message parse
         // that follows it moves a read position and returns nothing.
-        qrv::h264::cleanSeiUnit(unit, static_cast<size_t>(len), before);
+        // The byte before the unit (the last of its field) counts as a
+        // preceding byte for the first position examined.
+        qrv::removeEmulationPrevention(unit - 1, static_cast<size_t>(len) + 1, qrv::kCleanSei);
     }
 }
 
@@ -263,11 +176,19 @@ QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
     return static_cast<int>(static_cast<uint32_t>(n + markers.short3));
 }
 
+QRV_API int qrvUtilh264MarkerToSizeLength(const unsigned char *buf, int len)
+{
+    if (len < 1 || !buf)
+        return len;
+    const uint64_t n = static_cast<uint64_t>(len);
+    return static_cast<int>(static_cast<uint32_t>(n + countMarkers(buf, n).short3));
+}
+
 QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len)
 {
     if (len == 0 || !buf)
         return len;
-    if (len >= 4 && readBE32(buf) == qrv::h264::kStartCodeField)
+    if (len >= 4 && readBE32(buf) == kStartCodeField)
         return len;
     uint64_t at = 0;
     while (at + 4 <= len) {
@@ -276,7 +197,7 @@ QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len)
             return static_cast<unsigned>(at); // the data ends before this field
         if (unitLen >= len - at)
             return len; // an overrunning length ends the walk; earlier codes stay
-        writeBE32(buf + at, qrv::h264::kStartCodeField);
+        writeBE32(buf + at, kStartCodeField);
         at += 4 + uint64_t{unitLen};
     }
     return len;
@@ -295,37 +216,18 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
     if (!units || !units->data)
         return 0;
 
-    uint8_t *data = units->data;
-    const uint64_t end = units->length;
+    // Kept framing: 4-byte fields, each read afresh (start code or length);
+    // the last unit in start-code form is never taken (see bits/units.h).
+    qrv::UnitRules rules;
+    rules.kept = true;
+    rules.zeroTypeResync = true;
+    qrv::UnitIterator walk(units->data, units->length, rules);
     int count = 0;
-    uint64_t h = 0;
-    while (h + 4 < end) {
-        // Each unit's field is read afresh: start code or length.
-        const uint32_t field = readBE32(data + h);
-        uint64_t len = field == qrv::h264::kStartCodeField
-                           ? qrv::h264::startCodeUnitLength(data, h, end)
-                           : field;
-        const uint64_t payload = h + 4;
-        // A unit running past the end is not counted. In start-code form the
-        // last unit always measures so, and is therefore never decoded.
-        if (len > end - payload)
-            break;
-        uint8_t *unit = data + payload;
-        if ((unit[0] & 0x1F) == kNalUnspecified) {
-            // Resynchronise over zero padding: move one byte on and, when the
-            // field began with a zero, step over every further zero byte,
-            // each one lengthening the unit.
-            const bool zeroLead = data[h] == 0;
-            ++h;
-            while (zeroLead && h < end && data[h] == 0) {
-                ++h;
-                ++len;
-            }
-        } else {
-            decodeUnit(unit, len, data[payload - 1], rec);
-        }
-        ++count;
-        h += 4 + len;
+    for (qrv::Unit u; walk.next(&u); ++count) {
+        uint8_t *unit = units->data + u.payload;
+        // Units of type 0 only move the walk (the iterator resynchronises).
+        if (qrv::nal::typeOf(unit[0]) != qrv::nal::kUnspecified)
+            decodeUnit(unit, u.size, rec); // unit[-1] is the last byte of its field
     }
     return count;
 }

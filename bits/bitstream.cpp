@@ -1,5 +1,5 @@
 // Bit reader and writer over a caller's byte buffer, MSB first.
-#include "h264/bitstream_internal.h"
+#include "bits/bitstream_internal.h"
 
 using qrv::len_table_mini;
 

@@ -1,4 +1,5 @@
-// Bit reader internals shared by the H.264 and AAC header code.
+// Bit reader internals shared by the H.264 and AAC header code (bits/ is the
+// layer both build on).
 //
 // The readers here are the ones the exported ReadBit/ReadBits/... wrap; the
 // parameter-set and slice-header readers call them directly so that they
