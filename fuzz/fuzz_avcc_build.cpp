@@ -1,7 +1,11 @@
-// Building an avcC box from a frame's units.
+// Building avcC boxes from a frame's units: the kept layout and the standard one.
 #include <qrvutil/h264.h>
 
+#include <qrvutil/status.h>
+
 #include "fuzz_util.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -20,20 +24,20 @@ bool entriesFill(const uint8_t *box, size_t at, size_t size, bool spsSeen, bool 
            entriesFill(box, at + 3 + be16(box + at + 1), size, spsSeen, true);
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > 0xFFFF) return 0;  // entry lengths are 16-bit fields
+int checkGetAvcc(const uint8_t *data, size_t size) {
     fuzz::Bytes frame(data, data + size);
     NAL_BUFFER units{};
     units.data = frame.data();
     units.length = static_cast<uint32_t>(size);
-    // The most a box can take: its header, and each entry's unit with its
-    // length and count bytes, the two units lying apart in the frame.
-    fuzz::Bytes box(kHeader + 5 + size);
+    // The room asked for first is exactly what is written, and never more
+    // than the header and each entry's unit with its length and count bytes
+    // (the two units lie apart in the frame).
+    const uint32_t room = qrvutilGetAvccRoom(&units);
+    FUZZ_CHECK(room >= kHeader && room <= kHeader + 5 + size);
+    fuzz::Bytes box(room);
     const int written = qrvutilGetAvcc(&units, box.data());
 
-    FUZZ_CHECK(written >= static_cast<int>(kHeader) && static_cast<size_t>(written) <= box.size());
+    FUZZ_CHECK(static_cast<uint32_t>(written) == room);
     FUZZ_CHECK(fuzz::same(frame.data(), data, size));
     FUZZ_CHECK(be32(box.data()) == static_cast<uint32_t>(written));
     FUZZ_CHECK(fuzz::same(box.data() + 4, "avcC", 4));
@@ -49,5 +53,38 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     SPS_DECODED sps{};
     PPS_DECODED pps{};
     FUZZ_CHECK(qrvutilReadAvcc(&bs, &sps, &pps) == 0);
+    return 0;
+}
+
+// The standard box from the same units: asked-for size, exact room, a
+// refusal one byte short that writes nothing, and the fixed header fields.
+void checkMakeAvcc(const uint8_t *data, size_t size) {
+    const int needed = qrvutilMakeAvcc(data, static_cast<uint32_t>(size), nullptr, 0);
+    if (needed < 0) {
+        FUZZ_CHECK(needed == QRV_E_SYNTAX || needed == QRV_E_TRUNCATED || needed == QRV_E_RANGE ||
+                   (needed == QRV_E_ARGUMENT && data == nullptr));
+        return;
+    }
+    FUZZ_CHECK(needed >= 7 + 2 + 4 + 1 + 1);
+    fuzz::Bytes box(static_cast<size_t>(needed), 0xEE);
+    FUZZ_CHECK(qrvutilMakeAvcc(data, static_cast<uint32_t>(size), box.data(), box.size() - 1) == QRV_E_ROOM);
+    FUZZ_CHECK(std::all_of(box.begin(), box.end(), [](uint8_t b) { return b == 0xEE; }));
+    FUZZ_CHECK(qrvutilMakeAvcc(data, static_cast<uint32_t>(size), box.data(), box.size()) == needed);
+    FUZZ_CHECK(be32(box.data()) == static_cast<uint32_t>(needed));
+    FUZZ_CHECK(fuzz::same(box.data() + 4, "avcC", 4));
+    FUZZ_CHECK(box[8] == 1 && (box[12] & 3) == 3 && (box[13] & 31) >= 1);
+    // Its first SPS entry holds the first SPS, whose bytes 1-3 name the profile.
+    const uint32_t n = be16(box.data() + 14);
+    FUZZ_CHECK(n >= 4 && 16 + n <= box.size());
+    FUZZ_CHECK(fuzz::same(box.data() + 9, box.data() + 17, 3));
+    FUZZ_CHECK((box[16] & 31) == 7);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size > 0xFFFF) return 0;  // entry lengths are 16-bit fields
+    checkGetAvcc(data, size);
+    checkMakeAvcc(data, size);
     return 0;
 }

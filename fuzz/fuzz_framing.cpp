@@ -43,11 +43,14 @@ void checkSizeToMarker(const uint8_t *data, size_t size) {
 }
 
 void checkMarkerToSize(const uint8_t *data, size_t size) {
+    // The length asked for first is the room the conversion takes, exactly.
+    const int asked = qrvUtilh264MarkerToSizeLength(data, static_cast<int>(size));
     const size_t spare = shortCodeBound(data, size);
-    fuzz::Bytes buf(size + spare);
+    FUZZ_CHECK(asked >= static_cast<int>(size) && static_cast<size_t>(asked) <= size + spare);
+    fuzz::Bytes buf(static_cast<size_t>(asked));
     fuzz::copy(buf.data(), data, size);
     const int newLen = qrvUtilh264MarkerToSize(buf.data(), static_cast<int>(size));
-    FUZZ_CHECK(newLen >= static_cast<int>(size) && static_cast<size_t>(newLen) <= size + spare);
+    FUZZ_CHECK(newLen == asked);
     if (size == 0) return;
     buf.resize(static_cast<size_t>(newLen));
 
@@ -62,7 +65,7 @@ void checkMarkerToSize(const uint8_t *data, size_t size) {
     fuzz::Bytes codes = buf;
     if (be32(codes.data()) == 1) return;
     if (qrvUtilh264SizeToMarker(codes.data(), static_cast<unsigned>(codes.size())) != codes.size()) return;
-    fuzz::Bytes again(codes.size() + shortCodeBound(codes.data(), codes.size()));
+    fuzz::Bytes again(static_cast<size_t>(qrvUtilh264MarkerToSizeLength(codes.data(), static_cast<int>(codes.size()))));
     fuzz::copy(again.data(), codes.data(), codes.size());
     const int againLen = qrvUtilh264MarkerToSize(again.data(), static_cast<int>(codes.size()));
     again.resize(static_cast<size_t>(againLen));

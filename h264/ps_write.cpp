@@ -92,7 +92,8 @@ public:
     void trailingBits(int32_t)
     {
         put(1, 1);
-        while (bs_->bit_pos % 8 != 0)
+        // put() stops moving once a field has failed: stop with it.
+        while (status_ == QRV_OK && bs_->bit_pos % 8 != 0)
             put(1, 0);
     }
 

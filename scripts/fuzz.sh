@@ -69,8 +69,8 @@ for t in $targets; do
         tail -n 30 "$log" >&2
         status=1
     fi
-    execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
-    cov=$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -n 1)
+    execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1 || true)
+    cov=$(grep -oE 'cov: [0-9]+ ft: [0-9]+' "$log" | tail -n 1 || true)
     summary+=("$(printf '%-20s execs %-10s %s' "$t" "${execs:-?}" "${cov:-?}")")
 done
 printf '%s\n' "${summary[@]}"
