@@ -131,6 +131,16 @@ inline int32_t readUeField(kx_bitstream *bs)
     return static_cast<int32_t>(readUe(bs));
 }
 
+// Ceil(Log2(n)): 0 for n of 0 or 1. The one ceil-log2 of the library
+// (intlog2 is this over signed values).
+constexpr int32_t ceilLog2(uint64_t n)
+{
+    int32_t bits = 0;
+    while (bits < 64 && (uint64_t{1} << bits) < n)
+        ++bits;
+    return bits;
+}
+
 inline bool pastEnd(const kx_bitstream *bs)
 {
     return bs->bit_pos > bs->bit_end;

@@ -95,44 +95,54 @@ const uint8_t *findLastStartCodePortable(const uint8_t *begin, const uint8_t *en
 
 namespace {
 
-struct BlockMasks {
-    unsigned zeros; // bit i: byte i of the block is 00
-    unsigned ones;  // bit i: byte i of the block is 01
-};
+// Coded video holds a 00 00 pair only every few tens of kilobytes (at start
+// codes, emulation-prevention bytes and zero padding), so the search looks
+// for pairs, 64 positions at a time, and only then for the 01 after one.
+constexpr std::ptrdiff_t kSpan = 64;
 
-BlockMasks masksAt(const uint8_t *p)
+// Byte i is 0 exactly when a 00 00 pair begins at p + i.
+__m128i pairMaxAt(const uint8_t *p)
 {
-    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-    return {static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128()))),
-            static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_set1_epi8(1))))};
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + 1));
+    return _mm_max_epu8(a, b);
 }
 
-constexpr std::ptrdiff_t kBlock = 16;
+unsigned zeroBytes(__m128i x)
+{
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, _mm_setzero_si128())));
+}
+
+// Bit i set: a 00 00 pair begins at p + i, for i in 0..63. Reads p..p+64.
+uint64_t zeroPairMask(const uint8_t *p)
+{
+    const __m128i q0 = pairMaxAt(p);
+    const __m128i q1 = pairMaxAt(p + 16);
+    const __m128i q2 = pairMaxAt(p + 32);
+    const __m128i q3 = pairMaxAt(p + 48);
+    if (zeroBytes(_mm_min_epu8(_mm_min_epu8(q0, q1), _mm_min_epu8(q2, q3))) == 0)
+        return 0;
+    return uint64_t{zeroBytes(q0)} | uint64_t{zeroBytes(q1)} << 16 |
+           uint64_t{zeroBytes(q2)} << 32 | uint64_t{zeroBytes(q3)} << 48;
+}
 
 } // namespace
 
 const uint8_t *findStartCode(const uint8_t *from, const uint8_t *end)
 {
-    if (end - from < 3)
-        return end;
-    // Blocks of positions where the code's 01 may stand; the zeros of the
-    // block before carry in for codes that begin in it.
-    const uint8_t *one = from + 2;
-    unsigned zerosBefore = (from[0] == 0 ? 1u << 14 : 0u) | (from[1] == 0 ? 1u << 15 : 0u);
-    while (end - one >= kBlock) {
-        const BlockMasks m = masksAt(one);
-        if (m.ones != 0) {
-            const unsigned hits = m.ones & ((m.zeros << 1) | (zerosBefore >> 15)) &
-                                  ((m.zeros << 2) | (zerosBefore >> 14)) & 0xFFFFu;
-            if (hits != 0)
-                return one + __builtin_ctz(hits) - 2;
+    const uint8_t *p = from;
+    // Every pair in the span has its third byte inside the range.
+    while (end - p >= kSpan + 2) {
+        for (uint64_t pairs = zeroPairMask(p); pairs != 0; pairs &= pairs - 1) {
+            const uint8_t *at = p + __builtin_ctzll(pairs);
+            if (at[2] == 1)
+                return at;
         }
-        zerosBefore = m.zeros;
-        one += kBlock;
+        p += kSpan;
     }
-    for (; one < end; ++one) {
-        if (codeAt(one - 2))
-            return one - 2;
+    for (; end - p >= 3; ++p) {
+        if (codeAt(p))
+            return p;
     }
     return end;
 }
@@ -141,25 +151,17 @@ const uint8_t *findLastStartCode(const uint8_t *begin, const uint8_t *end)
 {
     if (end - begin < 3)
         return nullptr;
-    // Blocks of positions where a code may begin, from the top down; the
-    // block above carries in the bytes a code reaches into. The top two
-    // bytes of the range cannot begin a code but start the carry.
-    const uint8_t *top = end - 2; // codes begin below here
-    unsigned zerosAbove = (end[-2] == 0 ? 1u : 0u) | (end[-1] == 0 ? 2u : 0u);
-    unsigned onesAbove = (end[-2] == 1 ? 1u : 0u) | (end[-1] == 1 ? 2u : 0u);
-    while (top - begin >= kBlock) {
-        const uint8_t *block = top - kBlock;
-        const BlockMasks m = masksAt(block);
-        const unsigned ones = m.ones | (onesAbove << 16);
-        if ((ones >> 2) != 0) {
-            const unsigned zeros = m.zeros | (zerosAbove << 16);
-            const unsigned hits = m.zeros & (zeros >> 1) & (ones >> 2) & 0xFFFFu;
-            if (hits != 0)
-                return block + (31 - __builtin_clz(hits));
+    // `top` bounds the code starts still to look at from above.
+    const uint8_t *top = end - 2;
+    while (top - begin >= kSpan) {
+        const uint8_t *p = top - kSpan;
+        for (uint64_t pairs = zeroPairMask(p); pairs != 0;) {
+            const int i = 63 - __builtin_clzll(pairs);
+            if (p[i + 2] == 1)
+                return p + i;
+            pairs &= ~(uint64_t{1} << i);
         }
-        zerosAbove = m.zeros;
-        onesAbove = m.ones;
-        top = block;
+        top = p;
     }
     while (top > begin) {
         --top;

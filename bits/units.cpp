@@ -13,11 +13,6 @@ constexpr uint64_t kFieldSize = 4;
 constexpr uint32_t kStartCodeField = 1;    // 00 00 00 01 read as a field
 constexpr uint64_t kMinKeptSpan = 5;        // a field and a NAL header byte
 
-bool shortCodeAt(const uint8_t *data, uint64_t length, uint64_t at)
-{
-    return length - at >= 3 && data[at] == 0 && data[at + 1] == 0 && data[at + 2] == 1;
-}
-
 } // namespace
 
 UnitIterator::UnitIterator(const uint8_t *data, uint64_t length, UnitRules rules)
@@ -28,8 +23,11 @@ UnitIterator::UnitIterator(const uint8_t *data, uint64_t length, UnitRules rules
             stride_ = readBE32(data_);
         return;
     }
-    const bool longCode = length_ >= 4 && data_[0] == 0 && shortCodeAt(data_, length_, 1);
-    if (longCode || shortCodeAt(data_, length_, 0))
+    // Two or more zero bytes and a 01: a start code, with any leading zeros.
+    uint64_t zeros = 0;
+    while (zeros < length_ && data_[zeros] == 0)
+        ++zeros;
+    if (zeros >= 2 && zeros < length_ && data_[zeros] == 1)
         framing_ = UnitFraming::startCodes;
 }
 
@@ -44,7 +42,10 @@ bool UnitIterator::nextGeneral(Unit *unit)
         return false;
     const uint64_t field = pos_;
     if (framing_ == UnitFraming::startCodes) {
-        const uint64_t payload = field + (shortCodeAt(data_, length_, field) ? 3 : 4);
+        uint64_t payload = field;
+        while (data_[payload] == 0) // up to the 01 that closes the code
+            ++payload;
+        ++payload;
         const uint8_t *end = data_ + length_;
         const uint8_t *code = findStartCode(data_ + payload, end);
         uint64_t next = static_cast<uint64_t>(code - data_);

@@ -7,10 +7,12 @@
 //
 // General rules (the default UnitRules): the framing is decided once, from
 // the buffer's start. A buffer that begins with 00 00 01 or 00 00 00 01 is
-// start-code framed: every unit runs from after its code (3 or 4 bytes) to
-// the next code, the last one to the end of the buffer; a zero byte in front
-// of a 00 00 01 makes it a 4-byte code, further zero bytes before it stay at
-// the end of the unit before (trailing_zero_8bits). Any other buffer is
+// start-code framed (further zero bytes in front of the first code belong
+// to it, leading_zero_8bits): every unit runs from after its code (3 or 4
+// bytes, field to payload) to the next code, the last one to the end of the
+// buffer; a zero byte in front of a 00 00 01 makes it a 4-byte code, further
+// zero bytes before it stay at the end of the unit before
+// (trailing_zero_8bits). Any other buffer is
 // framed by 4-byte big-endian lengths; a length field or unit that would run
 // past the end stops the walk with overran() set. Units may be empty.
 //

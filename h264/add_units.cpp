@@ -26,12 +26,13 @@ struct UnitSpan {
     uint64_t prefix;
     uint64_t payload;
     uint64_t end;
+    uint64_t full; // end with the unit's trailing zero bytes
     uint8_t type;
 };
 
 class Units {
 public:
-    Units(const uint8_t *data, uint64_t length) : data_(data), it_(data, length) {}
+    Units(const uint8_t *data, uint64_t length) : data_(data), length_(length), it_(data, length) {}
     bool startCodes() const { return it_.framing() == UnitFraming::startCodes; }
     bool overran() const { return it_.overran(); }
     bool next(UnitSpan &s)
@@ -42,56 +43,77 @@ public:
         uint64_t end = u.payload + u.size;
         while (end > u.payload && data_[end - 1] == 0)
             --end;
-        s = {u.field, u.payload, end, end > u.payload ? nal::typeOf(data_[u.payload]) : nal::kUnspecified};
+        // A zero_byte in front of the next 00 00 01 may be the last payload
+        // byte of a unit that lost its stop byte; SEI closing looks at it.
+        uint64_t full = u.payload + u.size;
+        if (startCodes() && length_ - full >= 4 && readBE32(data_ + full) == kStartCodeField)
+            ++full;
+        s = {u.field, u.payload, end, full,
+             end > u.payload ? nal::typeOf(data_[u.payload]) : nal::kUnspecified};
         return true;
     }
 
 private:
     const uint8_t *data_;
+    uint64_t length_;
     UnitIterator it_;
 };
 
-enum class ChainEnd { Closed, Open, Malformed };
+bool allZero(const uint8_t *p, std::size_t from, std::size_t n)
+{
+    for (std::size_t i = from; i < n; ++i)
+        if (p[i] != 0)
+            return false;
+    return true;
+}
+
+constexpr std::size_t kNoStopByte = SIZE_MAX;
 
 // Walks sei_message()s (payloadType and payloadSize with their FF extension
 // bytes, then the payload) over the unescaped RBSP after the header byte.
-ChainEnd seiChainEnd(const uint8_t *p, std::size_t n)
+// Returns where the chain ends when nothing but zero bytes follows it (the
+// stop byte goes there), or kNoStopByte for a closed chain or one that does
+// not parse.
+std::size_t openChainEnd(const uint8_t *p, std::size_t n)
 {
-    std::size_t i = 0;
-    for (bool first = true;; first = false) {
-        if (i == n)
-            return first ? ChainEnd::Malformed : ChainEnd::Open;
-        if (!first && p[i] == kStopByte && i + 1 == n)
-            return ChainEnd::Closed;
+    for (std::size_t i = 0, messages = 0;; ++messages) {
+        if (allZero(p, i, n))
+            return messages ? i : kNoStopByte;
+        if (messages && p[i] == kStopByte && allZero(p, i + 1, n))
+            return kNoStopByte;
         while (i < n && p[i] == kExtensionByte)
             ++i; // payloadType
         if (i++ == n)
-            return ChainEnd::Malformed;
+            return kNoStopByte;
         uint64_t size = 0;
         while (i < n && p[i] == kExtensionByte) {
             size += kExtensionByte;
             ++i;
         }
         if (i == n)
-            return ChainEnd::Malformed;
+            return kNoStopByte;
         size += p[i++];
         if (size > n - i)
-            return ChainEnd::Malformed;
+            return kNoStopByte;
         i += static_cast<std::size_t>(size);
     }
 }
 
-// True when the SEI unit's message chain is not followed by rbsp_trailing_bits.
-// A unit whose messages do not parse is left as it is.
-bool seiNeedsStopByte(const uint8_t *unit, uint64_t size)
+// Where in an SEI unit (offset from its header byte, in its bytes as they
+// stand) the stop byte goes, or kNoStopByte when it has one or its
+// messages do not parse (such a unit is left as it is). Trailing zero bytes
+// count as part of the unit here: a message's payload may end in 00.
+std::size_t seiStopByteAt(const uint8_t *unit, uint64_t size)
 {
     if (size < 2)
-        return false;
+        return kNoStopByte;
     PrivateCopy copy(unit, static_cast<std::size_t>(size));
     if (!copy.bytes)
-        return false;
-    const std::size_t removed = removeEmulationPrevention(copy.bytes, size, kRemoveEmulationStandard);
-    return seiChainEnd(copy.bytes + 1, static_cast<std::size_t>(size) - 1 - removed) == ChainEnd::Open;
+        return kNoStopByte;
+    const std::size_t n = static_cast<std::size_t>(size);
+    const std::size_t removed = removeEmulationPrevention(copy.bytes, n, kRemoveEmulationStandard);
+    const std::size_t end = openChainEnd(copy.bytes + 1, n - 1 - removed);
+    return end == kNoStopByte ? end : escapedOffset(unit, n, 1 + end);
 }
 
 enum class EditKind : uint8_t { StopByte, Sps, Pps };
@@ -142,7 +164,7 @@ int survey(const uint8_t *data, uint64_t length, Layout &layout, Plan &plan)
         layout.spsBeforeSlice |= type == nal::kSps && !sliceSeen;
         layout.ppsBeforeSlice |= type == nal::kPps && !sliceSeen;
         sliceSeen |= nal::isSlice(type);
-        if (type == nal::kSei && seiNeedsStopByte(data + u.payload, u.end - u.payload)) {
+        if (type == nal::kSei && seiStopByteAt(data + u.payload, u.full - u.payload) != kNoStopByte) {
             ++plan.counts.closed_sei;
             ++plan.edits;
             plan.growth += 1;
@@ -197,8 +219,11 @@ void listEdits(const uint8_t *data, uint64_t length, const Plan &plan, Edit *edi
             edits[n++] = {u.prefix, 0, kFieldBytes + plan.spsSize, EditKind::Sps};
         if (u.prefix == plan.ppsAt)
             edits[n++] = {u.prefix, 0, kFieldBytes + plan.ppsSize, EditKind::Pps};
-        if (u.type == nal::kSei && seiNeedsStopByte(data + u.payload, u.end - u.payload))
-            edits[n++] = {u.end, u.prefix, 1, EditKind::StopByte};
+        if (u.type != nal::kSei)
+            continue;
+        const std::size_t stop = seiStopByteAt(data + u.payload, u.full - u.payload);
+        if (stop != kNoStopByte)
+            edits[n++] = {u.payload + stop, u.prefix, 1, EditKind::StopByte};
     }
 }
 

@@ -41,43 +41,74 @@ Marker markerEndingAt(const uint8_t *b, uint64_t one, uint64_t len, uint64_t *st
     return Marker::short3;
 }
 
-struct MarkerCount {
-    uint64_t all;
-    uint64_t short3;
+// The markers the forward pass met, and the last of them remembered, so that
+// the way back finds those without a search. Only a stream with more
+// markers than this searches again, below the ones remembered. A fixed
+// block on the stack: the conversion allocates nothing.
+constexpr uint64_t kRememberedMarkers = 1024;
+
+struct MarkerLog {
+    uint64_t all = 0;
+    uint64_t short3 = 0;
+    uint64_t recent[kRememberedMarkers]; // start * 2 + (3-byte code)
+
+    uint64_t remembered() const { return std::min(all, kRememberedMarkers); }
 };
 
 // Every marker ends a 00 00 01, so only those are looked at.
-MarkerCount countMarkers(const uint8_t *b, uint64_t len)
+void countMarkers(const uint8_t *b, uint64_t len, MarkerLog *log)
 {
-    MarkerCount count{0, 0};
     const uint8_t *end = b + len;
     for (const uint8_t *code = b; (code = qrv::findStartCode(code, end)) != end; code += 3) {
         uint64_t start = 0;
         const Marker kind = markerEndingAt(b, static_cast<uint64_t>(code - b) + 2, len, &start);
-        count.all += kind != Marker::none;
-        count.short3 += kind == Marker::short3;
+        if (kind == Marker::none)
+            continue;
+        const bool short3 = kind == Marker::short3;
+        log->recent[log->all % kRememberedMarkers] = start * 2 + (short3 ? 1 : 0);
+        ++log->all;
+        log->short3 += short3 ? 1 : 0;
     }
-    return count;
+}
+
+// The next marker down from the top: first the remembered ones, then by
+// searching below `below`. False when there is none.
+bool nextMarkerDown(const uint8_t *b, uint64_t len, const MarkerLog &log, uint64_t *taken,
+                    uint64_t below, uint64_t *start, Marker *kind)
+{
+    if (*taken < log.remembered()) {
+        const uint64_t entry = log.recent[(log.all - 1 - *taken) % kRememberedMarkers];
+        ++*taken;
+        *start = entry / 2;
+        *kind = entry % 2 ? Marker::short3 : Marker::long4;
+        return true;
+    }
+    while (below >= 3) {
+        const uint8_t *code = qrv::findLastStartCode(b, b + below);
+        if (!code)
+            return false;
+        const uint64_t one = static_cast<uint64_t>(code - b) + 2;
+        *kind = markerEndingAt(b, one, len, start);
+        if (*kind != Marker::none)
+            return true;
+        below = one; // a code that is no marker: go on below its 01
+    }
+    return false;
 }
 
 // Widens every 3-byte code and writes each unit's length over its code, from
 // the last marker back to the first, so that every byte moves once.
-void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
+void widenAndFrame(uint8_t *b, uint64_t len, const MarkerLog &log)
 {
-    uint64_t shift = shortCodes;
+    uint64_t shift = log.short3;
     uint64_t segmentEnd = len;
-    uint64_t nextField = len + shortCodes; // new end, then each later field
-    // `below`: the codes still to visit lie wholly under it.
-    for (uint64_t below = len; below >= 3;) {
-        const uint8_t *code = qrv::findLastStartCode(b, b + below);
-        if (!code)
-            break;
-        const uint64_t one = static_cast<uint64_t>(code - b) + 2;
-        below = one; // a code that is no marker: go on below its 01
-        uint64_t start = 0;
-        const Marker kind = markerEndingAt(b, one, len, &start);
-        if (kind == Marker::none)
-            continue;
+    uint64_t nextField = len + log.short3; // new end, then each later field
+    uint64_t taken = 0;
+    uint64_t start = 0;
+    Marker kind = Marker::none;
+    // Below each marker, since the field written over it may hold 00 00 01.
+    for (uint64_t below = len; nextMarkerDown(b, len, log, &taken, below, &start, &kind);
+         below = start) {
         std::memmove(b + start + shift, b + start, static_cast<size_t>(segmentEnd - start));
         // A widened code keeps its leading 00 twice: the field starts one
         // byte before the moved code.
@@ -87,8 +118,6 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
         segmentEnd = start;
         if (kind == Marker::short3)
             --shift;
-        // The field just written may hold 00 00 01: go on below the code.
-        below = start;
     }
 }
 
@@ -162,7 +191,8 @@ QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
     if (len < 1 || !buf)
         return len;
     const uint64_t n = static_cast<uint64_t>(len);
-    const MarkerCount markers = countMarkers(buf, n);
+    MarkerLog markers;
+    countMarkers(buf, n, &markers);
     if (markers.all == 0) {
         // No start code: the first four bytes become a length covering the
         // rest, as if a code stood there. Shorter buffers have no room.
@@ -170,7 +200,7 @@ QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
             writeBE32(buf, static_cast<uint32_t>(n - 4));
         return len;
     }
-    widenAndFrame(buf, n, markers.short3);
+    widenAndFrame(buf, n, markers);
     // The caller sized the buffer for the widening; the length wraps as an
     // int only beyond what an int-sized buffer can hold.
     return static_cast<int>(static_cast<uint32_t>(n + markers.short3));
@@ -181,7 +211,9 @@ QRV_API int qrvUtilh264MarkerToSizeLength(const unsigned char *buf, int len)
     if (len < 1 || !buf)
         return len;
     const uint64_t n = static_cast<uint64_t>(len);
-    return static_cast<int>(static_cast<uint32_t>(n + countMarkers(buf, n).short3));
+    MarkerLog markers;
+    countMarkers(buf, n, &markers);
+    return static_cast<int>(static_cast<uint32_t>(n + markers.short3));
 }
 
 QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len)

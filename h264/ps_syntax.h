@@ -309,15 +309,6 @@ void seqParameterSetSyntax(IO &io, Sps *sps)
 
 // ---- Picture parameter set ------------------------------------------------------
 
-// Ceil(Log2(n)) for n >= 1.
-inline int32_t ceilLog2(uint64_t n)
-{
-    int32_t bits = 0;
-    while ((uint64_t{1} << bits) < n)
-        ++bits;
-    return bits;
-}
-
 // Loops run to the count the stream gives; entries past the record's arrays
 // are read and dropped so the fields after them stay in step.
 template <typename IO, typename Pps>

@@ -5,6 +5,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 
 #include "bits/nal_types.h"
 #include "h264/ps_syntax.h"
@@ -15,22 +16,12 @@ namespace {
 
 // Bit offset in the unit as given (emulation-prevention bytes counted) of a
 // bit offset in its unescaped form.
-uint64_t unitBitOffset(const uint8_t *unit, std::size_t size, uint64_t rbspBit)
+uint64_t unitBitOffset(const uint8_t *unit, std::size_t size, std::size_t rbspSize, uint64_t rbspBit)
 {
-    const uint64_t wanted = rbspBit / 8;
-    uint64_t rbspByte = 0;
-    int zeros = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-        if (i >= 3 && zeros >= 2 && unit[i] == 0x03) {
-            zeros = 0;
-            continue;
-        }
-        if (rbspByte == wanted)
-            return uint64_t{i} * 8 + rbspBit % 8;
-        ++rbspByte;
-        zeros = i > 0 && unit[i] == 0 ? zeros + 1 : 0;
-    }
-    return uint64_t{size} * 8 + (rbspBit - rbspByte * 8);
+    const uint64_t byte = rbspBit / 8;
+    if (byte >= rbspSize)
+        return uint64_t{size} * 8 + (rbspBit - uint64_t{rbspSize} * 8);
+    return uint64_t{escapedOffset(unit, size, static_cast<std::size_t>(byte))} * 8 + rbspBit % 8;
 }
 
 class Reason {
@@ -175,7 +166,7 @@ public:
             std::snprintf(detail, sizeof detail, "%s", what);
         else
             std::snprintf(detail, sizeof detail, what, args...);
-        const uint64_t at = unitBitOffset(unit_, unitSize_, rbspBit);
+        const uint64_t at = unitBitOffset(unit_, unitSize_, static_cast<std::size_t>(bitEnd_ / 8), rbspBit);
         if (el.index >= 0)
             reason_.say("%s[%d]: %s at bit %" PRIu64, el.name, el.index, detail, at);
         else
@@ -257,9 +248,30 @@ std::size_t findAfterZeroPair(const uint8_t *unit, std::size_t size, std::size_t
     return size;
 }
 
+void explainDifference(Reason &reason, const SPS_DECODED &, const SPS_DECODED &, const uint8_t *, std::size_t)
+{
+    reason.say("seq_parameter_set_rbsp: the SPS reader reads this unit differently (kept reading rules) at bit 0");
+}
+
+void explainDifference(Reason &reason, const PPS_DECODED &read, const PPS_DECODED &checked, const uint8_t *unit,
+                       std::size_t size)
+{
+    // Kept: the PPS reader also drops a 0C after 00 00 (older recorders
+    // wrote it as emulation prevention).
+    const std::size_t at = findAfterZeroPair(unit, size, 5, 0x0C);
+    if (at < size)
+        reason.say("pic_parameter_set_rbsp: 00 00 0C, which the PPS reader drops, at bit %zu", at * 8);
+    else if (read.more_rbsp_data != checked.more_rbsp_data)
+        reason.say("more_rbsp_data: the PPS reader finds a tail in the repeated last byte of its "
+                   "unescaped copy (kept reading rule) at bit %zu", size * 8 - 8);
+    else
+        reason.say("pic_parameter_set_rbsp: the PPS reader reads this unit differently (kept reading "
+                   "rules) at bit 0");
+}
+
 template <typename Record, typename Expand>
 int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t room, uint8_t type,
-                 Expand expand)
+                 int (*read)(kx_bitstream *, Record *), Expand expand)
 {
     Reason reason(reasonText, room);
     if (!unit) {
@@ -298,6 +310,15 @@ int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t 
                 "the readers keep a 03 this early in the unit");
         return io.status();
     }
+    // The library's reader, with its kept reading rules, must come to the
+    // same record.
+    Record reread{};
+    kx_bitstream bs{reinterpret_cast<uintptr_t>(unit), size, uintptr_t{size} * 8, 0};
+    read(&bs, &reread);
+    if (std::memcmp(&reread, &record, sizeof record) != 0) {
+        explainDifference(reason, reread, record, unit, size);
+        return QRV_E_UNSUPPORTED;
+    }
     return QRV_OK;
 }
 
@@ -305,24 +326,12 @@ int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t 
 
 int qrvutilValidate_SPS(const uint8_t *unit, uint32_t size, char *reason, uint32_t room)
 {
-    return validateUnit<SPS_DECODED>(unit, size, reason, room, nal::kSps,
+    return validateUnit<SPS_DECODED>(unit, size, reason, room, nal::kSps, qrvutilRead_SPS,
                                      [](SyntaxChecker &io, SPS_DECODED *r) { seqParameterSetSyntax(io, r); });
 }
 
 int qrvutilValidate_PPS(const uint8_t *unit, uint32_t size, char *reason, uint32_t room)
 {
-    const int status = validateUnit<PPS_DECODED>(
-        unit, size, reason, room, nal::kPps,
-        [](SyntaxChecker &io, PPS_DECODED *r) { picParameterSetSyntax(io, r); });
-    if (status != QRV_OK)
-        return status;
-    // Kept: the PPS reader also drops a 0C after 00 00 (older recorders
-    // wrote it as emulation prevention), so it misreads such a unit.
-    const std::size_t at = findAfterZeroPair(unit, size, 5, 0x0C);
-    if (at < size) {
-        Reason text(reason, room);
-        text.say("pic_parameter_set_rbsp: 00 00 0C, which the PPS reader drops, at bit %zu", at * 8);
-        return QRV_E_UNSUPPORTED;
-    }
-    return QRV_OK;
+    return validateUnit<PPS_DECODED>(unit, size, reason, room, nal::kPps, qrvutilRead_PPS,
+                                     [](SyntaxChecker &io, PPS_DECODED *r) { picParameterSetSyntax(io, r); });
 }

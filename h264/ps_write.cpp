@@ -92,7 +92,6 @@ public:
     void trailingBits(int32_t)
     {
         put(1, 1);
-        // put() stops moving once a field has failed: stop with it.
         while (status_ == QRV_OK && bs_->bit_pos % 8 != 0)
             put(1, 0);
     }

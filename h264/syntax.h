@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "bits/bitstream_internal.h"
+#include "bits/nal_types.h"
 #include "bits/rbsp.h"
 
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
@@ -55,6 +56,24 @@ void readScalingList(kx_bitstream *bs, int32_t *list, int size);
 // first byte after the NAL header on), for the code that checks or walks
 // units by the standard rather than as the kept readers do.
 inline constexpr RemovableBytes kRemoveEmulationStandard{kEmulationBytes, 1, 3, 2};
+
+// Offset in an escaped unit of byte `rbspByte` of its unescaped form (under
+// kRemoveEmulationStandard), or `size` when that byte lies past the end.
+inline std::size_t escapedOffset(const uint8_t *unit, std::size_t size, std::size_t rbspByte)
+{
+    std::size_t seen = 0;
+    int zeros = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (i >= 3 && zeros >= 2 && unit[i] == 0x03) {
+            zeros = 0;
+            continue;
+        }
+        if (seen++ == rbspByte)
+            return i;
+        zeros = i > 0 && unit[i] == 0 ? zeros + 1 : 0;
+    }
+    return size;
+}
 
 // A reader's private copy of a unit, from the host allocator like every
 // allocation of the library (a host that replaces memory services sees it),

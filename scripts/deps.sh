@@ -53,7 +53,7 @@ ensure_packages() {
 }
 
 QRV_BUILD_PACKAGES="cmake make g++ pkg-config libtinyxml-dev libsqlite3-dev"
-QRV_TEST_PACKAGES="$QRV_BUILD_PACKAGES libgtest-dev libxml2-utils clang"
+QRV_TEST_PACKAGES="$QRV_BUILD_PACKAGES libgtest-dev libxml2-utils clang ffmpeg x264"
 QRV_BENCH_PACKAGES="$QRV_BUILD_PACKAGES libbenchmark-dev"
 QRV_M32_PACKAGES="g++-multilib libtinyxml-dev:i386 libsqlite3-dev:i386 libgtest-dev:i386"
 QRV_FUZZ_PACKAGES="$QRV_BUILD_PACKAGES clang libclang-rt-14-dev python3"

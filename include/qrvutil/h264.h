@@ -379,8 +379,11 @@ QRV_API int qrvutilRead_PPS(kx_bitstream *bs, PPS_DECODED *pps);
  *   repeated tail would cost at least as many bits; a list of eights is
  *   written as the single delta -8 that it was read from.
  * A written unit reads back to the same record over every field the syntax
- * carries, except that the PPS reader drops a 0C after 00 00 (kept for older
- * recorders' units), so a PPS whose escaped bytes hold 00 00 0C does not. */
+ * carries, except where the PPS reader's kept reading rules read it
+ * otherwise: it drops a 0C after 00 00 (older recorders' units carry it),
+ * and in a unit that holds an emulation-prevention byte it may take the
+ * repeated last byte of its unescaped copy for the optional tail.
+ * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED). */
 QRV_API int qrvutilWrite_SPS(kx_bitstream *bs, const SPS_DECODED *sps);
 QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
 
@@ -397,10 +400,12 @@ QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
  *   QRV_E_RANGE        an element's value is outside its range;
  *   QRV_E_SYNTAX       not a unit of this kind (nal_unit_type, forbidden bit),
  *                      a stop bit missing or data after rbsp_trailing_bits;
- *   QRV_E_UNSUPPORTED  valid, but the readers of this library read it
- *                      differently (kept reader behaviour): more than 8 HRD
- *                      entries, more than 256 slice group ids, or a PPS whose
- *                      bytes hold 00 00 0C.
+ *   QRV_E_UNSUPPORTED  valid, but this library's reader (qrvutilRead_SPS or
+ *                      qrvutilRead_PPS, kept reading rules) comes to another
+ *                      record or keeps less of it: more than 8 HRD entries,
+ *                      more than 256 slice group ids, a 03 after 00 00 in
+ *                      bytes 3-4, a PPS holding 00 00 0C, a PPS whose
+ *                      emulation-prevention byte makes the reader see a tail.
  * A 4:4:4 PPS with 8x8 scaling lists for chroma is checked as the PPS reader
  * reads it (6 + 2 x transform_8x8_mode_flag lists) and so fails. The readers
  * themselves are unchanged: they still read whatever they are given. */
@@ -425,29 +430,72 @@ QRV_API int qrvutilWrite_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DEC
 
 /* ---- Unit framing and avcC -------------------------------------------------------------- */
 
-/* Start codes to 4-byte big-endian length prefixes, in place. The buffer must
- * have one spare byte after `len` for every 3-byte start code. Returns the new
- * length; a `len` below 1 is returned unchanged. */
+/* Framing read by qrvutilGetAvcc and qrvutilFindNalUnits (kept: recorded
+ * streams depend on it): every unit begins with a 4-byte big-endian field; a
+ * field of 1 (00 00 00 01) is a start code whose unit runs to the next
+ * 00 00 00 01, any other value is the unit's length.
+ * - A 3-byte start code (00 00 01) is not a code here: it stays inside the
+ *   unit before it.
+ * - In start-code form the last unit has no code after it and is never taken
+ *   (not decoded, not counted, not written to a box).
+ * - A walk stops when fewer than 5 bytes remain at a field, or at a unit that
+ *   would run past `length`. */
+
+/* Start codes (3 or 4 bytes) to 4-byte big-endian length prefixes, in place.
+ * Reads and writes buf[0 .. result); room: `len` plus one byte per 3-byte
+ * start code, which qrvUtilh264MarkerToSizeLength tells. Returns the new
+ * length; a `len` below 1 (or a null buf) is returned unchanged.
+ * - A 3-byte code is widened to 4 bytes; a 3-byte code in the last three
+ *   bytes is no code and stays in the unit before it.
+ * - Zero bytes before a 4-byte code stay at the end of the unit before it.
+ * - Bytes before the first code are not framed (they keep their place).
+ * - A stream with no code at all has its first four bytes overwritten with
+ *   len - 4, as if a code stood there (streams shorter than 4 bytes stay). */
 QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len);
 /* The length qrvUtilh264MarkerToSize will return for these bytes: `len` plus
- * one per 3-byte start code that it widens. Reads `len` bytes, writes none. */
+ * one per 3-byte start code that it widens, which is also the room it needs.
+ * Reads `len` bytes, writes none; a `len` below 1 is returned unchanged. */
 QRV_API int qrvUtilh264MarkerToSizeLength(const unsigned char *buf, int len);
-/* 4-byte length prefixes to 4-byte start codes, in place. Returns the length
- * of the valid data. */
+/* 4-byte length prefixes to 4-byte start codes, in place; writes only the
+ * fields, needs no room beyond `len`. Returns the length of the valid data:
+ * - `len` untouched when the buffer already begins with 00 00 00 01;
+ * - the offset of a zero length field (the data counts as ending there);
+ * - `len` when a length runs past the end: fields before it stay converted. */
 QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len);
-/* Writes an avcC box from the first SPS and PPS units in `units` to `out`
- * (room: 14 + 3 + SPS size + 3 + PPS size). Returns the box size. */
+/* Writes an avcC box (box header included) for the first SPS and the first
+ * PPS unit in `units` to `out`, and returns its size. Reads units->data and
+ * units->length only. Room: exactly qrvutilGetAvccRoom(units) bytes, which
+ * is 14, plus 2 + n for the SPS entry and 3 + n for the PPS entry, n being
+ * the length the walk takes for that unit (see the stride below), so it can
+ * exceed 14 + 3 + SPS + 3 + PPS. Returns 0 when `out` is null.
+ * - Stride (kept: peers read boxes written this way): the first unit's length
+ *   serves every later unit, whose fields are not read; in start-code form
+ *   the first unit is measured to the next 00 00 00 01 and that length then
+ *   serves every later unit (a length of 1 is measured again at each unit).
+ * - Entries stand in stream order, so a PPS before the SPS is written first.
+ * - Byte 13 is 0xE1 (one SPS) and bytes 9-11 are 0 when there is no SPS; no
+ *   chroma or bit-depth trailer is written. Fewer than 5 bytes give the
+ *   14-byte header alone. */
 QRV_API int qrvutilGetAvcc(NAL_BUFFER *units, unsigned char *out);
-/* The exact room qrvutilGetAvcc writes for these units (its return value).
- * Reads the units, writes nothing. */
+/* The exact room qrvutilGetAvcc writes for these units (its return value),
+ * stride included. Reads the units, writes nothing; 14 for null units. */
 QRV_API uint32_t qrvutilGetAvccRoom(const NAL_BUFFER *units);
 /* Reads an avcC box at the reader's position; copies its first SPS and PPS
- * to `sps` and `pps` when those are not null. Returns -1 for a zero box size,
- * else 0. */
+ * to `sps` and `pps` when those are not null (each decoded from a private
+ * copy). Returns -1 for a zero box size (records untouched), else 0.
+ * - PPS entries of 513 bytes or more are passed over unread.
+ * - The high-profile trailer is read past, never returned. */
 QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps);
-/* Walks every unit in `units`, decoding parameter sets into `sps` and `pps`
- * (after the avcC box `avcc`, when not null) and slice headers into scratch.
- * Returns the number of units walked. */
+/* Walks every unit in `units` (framing above), decoding SPS and PPS units
+ * into `sps` and `pps` (a later one overwrites an earlier one; null records
+ * are replaced by scratch ones) and slice headers into scratch records.
+ * When `avcc` is not null its box is read first, as if cut at 512 bytes.
+ * Returns the number of units walked.
+ * - Writes into units->data: each SEI unit is cleaned in place (every 03 or
+ *   0C after two zero bytes removed, the unit's length kept, so its last byte
+ *   repeats once per removal).
+ * - A unit of type 0 counts, and the walk then moves one byte on from its
+ *   field and over any zero bytes there (when the field began with 0). */
 QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED *pps,
                                 const unsigned char *avcc);
 
@@ -459,7 +507,8 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  * block at `data`.
  *  - Every SEI unit whose message chain (payloadType and payloadSize with
  *    their FF extension bytes, over the unescaped payload) is not followed by
- *    rbsp_trailing_bits gets the stop byte 0x80 appended.
+ *    rbsp_trailing_bits gets the stop byte 0x80 right after the chain (a
+ *    chain may end in zero bytes, up to the zero_byte of a 4-byte code).
  *  - When the access unit holds an IDR slice (type 5) and no SPS (resp. PPS)
  *    before its first slice, `sps` (resp. `pps`) is written with the writers
  *    above and inserted after any access unit delimiter and before any SEI
@@ -470,7 +519,8 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  * at `data` and `length` are exactly as they were, and it returns
  *   QRV_E_ARGUMENT   `frame` or its data is null, or length > capacity;
  *   QRV_E_ROOM       the result does not fit `capacity`;
- *   QRV_E_TRUNCATED  a unit runs past `length`, or an SEI message past its unit;
+ *   QRV_E_TRUNCATED  a unit runs past `length` (an SEI unit whose messages do
+ *                    not parse is no failure: it is left as it is);
  *   QRV_E_RANGE      a record that its writer refuses.
  * Linear in the frame's size: the tail moves once per inserted unit or byte.
  *
