@@ -72,10 +72,13 @@ int validate(const ParameterSet<Record> &ps, const uint8_t *data, size_t size) {
     return status;
 }
 
-// 00 00 00, 00 00 01 and 00 00 02 never stand inside a well-formed unit.
-inline bool emulatesStartCode(const uint8_t *data, size_t size) {
-    for (size_t i = 0; i + 2 < size; ++i)
-        if (data[i] == 0 && data[i + 1] == 0 && data[i + 2] <= 2) return true;
+// Byte patterns that never stand inside a well-formed unit: 00 00 00,
+// 00 00 01 and 00 00 02, and an escape 00 00 03 followed by a byte above 03.
+inline bool malformedEscaping(const uint8_t *data, size_t size) {
+    for (size_t i = 0; i + 2 < size; ++i) {
+        if (data[i] != 0 || data[i + 1] != 0) continue;
+        if (data[i + 2] <= 2 || (data[i + 2] == 3 && i + 3 < size && data[i + 3] > 3)) return true;
+    }
     return false;
 }
 
@@ -84,7 +87,7 @@ inline bool emulatesStartCode(const uint8_t *data, size_t size) {
 template <typename Record>
 void checkRoundTrip(const ParameterSet<Record> &ps, const uint8_t *data, size_t size,
                     bool (*comparable)(const Bytes &)) {
-    const bool valid = validate(ps, data, size) == 0 && !emulatesStartCode(data, size);
+    const bool valid = validate(ps, data, size) == 0 && !malformedEscaping(data, size);
     Record first = readUnit(ps, data, size);
     int status = 0;
     const Bytes unit = writeUnit(ps, first, &status);
