@@ -77,6 +77,17 @@ unsigned int CKXDiskCache::Read(unsigned char *buf, unsigned long long pos, unsi
         next = m_blockEnd;
     }
 
+    // A block smaller than a page cannot reach every byte from the page
+    // start; what it cannot hold of the file goes straight to the file, as
+    // an oversized read does, so a read falls short only at the end of the
+    // file. Beyond the end the refill below runs as it always has.
+    if ((next & kRefillAlignMask) + (size - *done) > m_cacheSize && insideFile(next)) {
+        unsigned got = 0;
+        unsigned result = readAround(buf + *done, next, size - *done, &got);
+        *done += got;
+        return result;
+    }
+
     m_blockStart = next & ~kRefillAlignMask;
     if (osSeek(m_handle, m_blockStart) != m_blockStart)
         logError("Diskcache seek failed 0x%08X ", osGetLastError());
@@ -85,7 +96,7 @@ unsigned int CKXDiskCache::Read(unsigned char *buf, unsigned long long pos, unsi
 
     unsigned result = 0;
     unsigned got = 0;
-    if (*done < size && !fillBlock(length, size - *done, started, &got, &result)) {
+    if (*done < size && !fillBlock(length, neededBytes(next, size - *done, length), started, &got, &result)) {
         // The block no longer holds its old range; keeping the old end would
         // serve bytes that are not there.
         m_blockEnd = m_blockStart;
@@ -94,8 +105,8 @@ unsigned int CKXDiskCache::Read(unsigned char *buf, unsigned long long pos, unsi
     }
     m_blockEnd = m_blockStart + got;
 
-    // Only bytes the refill produced are handed out: past the end of the file
-    // (or of a block smaller than one page) *done stops short of `size`.
+    // Only bytes the refill produced are handed out: past the end of the
+    // file *done stops short of `size`.
     uint64_t valid = m_blockEnd > next ? m_blockEnd - next : 0;
     unsigned count = smaller(valid, size - *done);
     hostCopyMemory(buf + *done, m_block + (next - m_blockStart), count);
@@ -112,6 +123,11 @@ unsigned int CKXDiskCache::readAround(unsigned char *buf, unsigned long long pos
     int ok = osReadFile(m_handle, buf, size, &got, nullptr);
     *done = got < size ? got : size;
     return ok ? 0 : osGetLastError();
+}
+
+bool CKXDiskCache::insideFile(uint64_t position) const {
+    unsigned long long fileSize = 0;
+    return osGetFileSizeEx(m_handle, &fileSize) && position < fileSize;
 }
 
 // Bytes a refill asks for: the whole block, unless end-of-file clipping is
@@ -133,10 +149,22 @@ unsigned int CKXDiskCache::refillLength(unsigned int size, unsigned int flags) {
     return toEnd;
 }
 
-// Reads until `needed` bytes have arrived. Every attempt reads into the
-// block's first byte, not after the bytes already got; kept so that a retried
-// read delivers what the cache has always delivered. A failing attempt leaves
-// its last-error code in *result even when a later attempt succeeds.
+// Block bytes, counted from the block start, that end the refill. Wait mode
+// follows a file that is still being written, so it waits for every byte up
+// to the end of the read (or of a clipped refill). A single read keeps its
+// old test, the count still missing: at the end of a file it is what lets a
+// short tail through, and callers depend on it.
+unsigned int CKXDiskCache::neededBytes(uint64_t next, unsigned int missing, unsigned int length) const {
+    if (!m_wait) return missing;
+    uint64_t upTo = (next - m_blockStart) + missing;
+    if (length > m_cacheSize) length = m_cacheSize;
+    return upTo < length ? static_cast<unsigned>(upTo) : length;
+}
+
+// Reads until `needed` bytes have arrived. Each attempt reads after the bytes
+// already got, so a retried refill holds the file's bytes in order from the
+// block start. A failing attempt leaves its last-error code in *result even
+// when a later attempt succeeds.
 bool CKXDiskCache::fillBlock(unsigned length, unsigned needed, unsigned started, unsigned *got,
                              unsigned *result) {
     // The refill never runs past the block, whatever length clipping chose.
@@ -144,7 +172,7 @@ bool CKXDiskCache::fillBlock(unsigned length, unsigned needed, unsigned started,
     for (;;) {
         unsigned want = length - *got;
         unsigned count = 0;
-        if (osReadFile(m_handle, m_block, want, &count, nullptr))
+        if (osReadFile(m_handle, m_block + *got, want, &count, nullptr))
             *got += count < want ? count : want;
         else
             *result = osGetLastError();

@@ -302,8 +302,10 @@ int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t 
     if (io.status() != QRV_OK)
         return io.status();
     // The readers start looking for emulation prevention at byte 5.
-    const std::size_t early = findAfterZeroPair(unit, 5, 3, 0x03);
-    if (early < 5) {
+    // A unit may be shorter than that: never look past its end.
+    const std::size_t head = size < 5 ? size : 5;
+    const std::size_t early = findAfterZeroPair(unit, head, 3, 0x03);
+    if (early < head) {
         io.fail(QRV_E_UNSUPPORTED, "emulation_prevention_three_byte", (early - 1) * 8,
                 "the readers keep a 03 this early in the unit");
         return io.status();

@@ -23,7 +23,11 @@ struct FakeFile {
     unsigned growAtMs = 0, maxChunk = ~0u, lastError = 0, clockMs = 0, lastAsked = 0, reads = 0;
     unsigned long long position = 0, lastSeek = 0;
     Lines log;
-    size_t readable() const { return clockMs >= growAtMs ? bytes.size() : visible; }
+    size_t growBytesPerMs = 0;  // a file being written: `visible` grows with the clock
+    size_t readable() const {
+        if (clockMs >= growAtMs) return bytes.size();
+        return std::min(bytes.size(), visible + growBytesPerMs * clockMs);
+    }
 } fake;
 
 class DiskCache : public ::testing::Test {
@@ -115,16 +119,54 @@ TEST_F(DiskCache, WaitModeFollowsAGrowingFileAndTimesOut) {
     EXPECT_EQ(fake.clockMs, 40u);
     EXPECT_EQ(fake.reads, 21u);
 
-    fake.maxChunk = 1000;  // each retry reads into the block's start again
-    EXPECT_EQ(read(8192, 3000), 0u);
+    fake.maxChunk = 1000;  // each retry reads on after the bytes already got
+    EXPECT_EQ(read(8192 + 500, 3000), 0u);
     EXPECT_EQ(done, 3000u);
-    EXPECT_TRUE(delivered(8192 + 2000, 1000));
+    EXPECT_TRUE(delivered(8192 + 500, 3000));
 
     fake.growAtMs = ~0u;
     fake.lastError = 11;
     unsigned started = fake.clockMs;
     EXPECT_EQ(read(20000, 100), 0x8000000Bu);
     EXPECT_EQ(fake.clockMs - started, 1500u);
+}
+
+// A writer appends 1316 bytes every 2 ms (one retry sleep) while a reader
+// follows it in reads of assorted sizes: every byte must be the file's own.
+TEST_F(DiskCache, WaitModeDeliversAGrowingFileByteForByte) {
+    fake.growAtMs = ~0u;
+    fake.growBytesPerMs = 1316 / 2;
+    fake.maxChunk = 4000;
+    cache.SetHandleAndCacheSize(7, 64 << 10, true);
+    std::vector<unsigned char> got;
+    const unsigned sizes[] = {188, 1316, 7, 4096, 30000, 1};
+    for (unsigned i = 0; got.size() < fake.bytes.size(); ++i) {
+        unsigned want = std::min<size_t>(sizes[i % 6], fake.bytes.size() - got.size());
+        ASSERT_EQ(read(got.size(), want), 0u) << "at " << got.size();
+        ASSERT_EQ(done, want);
+        got.insert(got.end(), buf.begin(), buf.begin() + want);
+    }
+    EXPECT_EQ(std::memcmp(got.data(), fake.bytes.data(), got.size()), 0);
+    EXPECT_TRUE(fake.log.empty());
+}
+
+// A block smaller than a page reaches only its first bytes from the page
+// start; reads it cannot hold go straight to the file.
+TEST_F(DiskCache, TinyBlockServesUnreachableReadsFromTheFile) {
+    cache.SetHandleAndCacheSize(7, 1024, false);
+    EXPECT_EQ(read(4096 + 100, 200), 0u);  // inside the block's reach
+    EXPECT_TRUE(delivered(4096 + 100, 200));
+    EXPECT_EQ(read(4096 + 2000, 100), 0u);  // beyond it
+    EXPECT_EQ(done, 100u);
+    EXPECT_TRUE(delivered(4096 + 2000, 100));
+    EXPECT_EQ(read(4096 + 1000, 100), 0u);  // partly within the block, partly beyond
+    EXPECT_EQ(done, 100u);
+    EXPECT_TRUE(delivered(4096 + 1000, 100));
+    EXPECT_EQ(read(4096 + 300, 100), 0u);  // the block was left as it was: a hit
+    EXPECT_TRUE(delivered(4096 + 300, 100));
+    EXPECT_EQ(fake.reads, 3u);
+    EXPECT_EQ(fake.log, (Lines{"\nCDCR-ReadOversized(Pos=6096,Size=100",
+                               "\nCDCR-ReadOversized(Pos=5120,Size=76"}));
 }
 
 }  // namespace
