@@ -107,7 +107,10 @@ MEDIACMD writerCase(uint32_t i, unsigned *tcType) {
     cmd.AudioChannels = r.below(2) ? 0xFFFFFFFFu : r.next();
     cmd.InfoChannels = r.below(2) ? 0 : r.next();
     cmd.Channel = static_cast<int32_t>(r.below(3)) - 1;
-    if (r.below(3) == 0) cmd.prev = (uint64_t{r.next()} << 32) | r.next();
+    if (r.below(3) == 0) { /* drawn one after the other: operand order is unspecified */
+        const uint64_t high = r.next();
+        cmd.prev = (high << 32) | r.next();
+    }
     if (r.below(3) == 0) cmd.next = uint64_t{r.next()} << 32;
     if (r.below(3) == 0) cmd.list = r.next();
     if (r.below(4) == 0) cmd.StructSize = r.pick(sizes);
@@ -121,10 +124,12 @@ MEDIACMD writerCase(uint32_t i, unsigned *tcType) {
         putText(cmd.ClipID, 8, "CLIP0001");
         putText(cmd.FileName, 1030, "/media/file.mov");
         break;
-    case 2:
+    case 2: {
         putText(cmd.ClipID, 8, randomText(r, 2));
-        putText(cmd.FileName, 1030, randomText(r, 4) + "$" + randomText(r, 4));
+        const std::string after = randomText(r, 4); /* drawn first, as the digests were */
+        putText(cmd.FileName, 1030, randomText(r, 4) + "$" + after);
         break;
+    }
     case 3: { /* one long name over ClipID's terminator */
         std::string s(1 + r.below(1039), 'n');
         s.replace(0, 0, randomText(r, 6));
