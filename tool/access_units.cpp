@@ -1,0 +1,67 @@
+#include "access_units.h"
+
+namespace qrvtool {
+
+namespace {
+
+void appendUnit(AccessUnit &au, const NalUnit &unit) {
+    static constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
+    if (unit.framing == 0) {
+        const uint8_t length[4] = {static_cast<uint8_t>(unit.size >> 24),
+                                   static_cast<uint8_t>(unit.size >> 16),
+                                   static_cast<uint8_t>(unit.size >> 8),
+                                   static_cast<uint8_t>(unit.size)};
+        au.bytes.insert(au.bytes.end(), length, length + 4);
+    } else {
+        au.bytes.insert(au.bytes.end(), kStartCode + 4 - unit.framing, kStartCode + 4);
+        if (unit.framing == 3) ++au.shortStartCodes;
+    }
+    NalUnit kept = unit;
+    kept.data = nullptr;  // set once the buffer stops moving
+    kept.offset = au.bytes.size();
+    au.units.push_back(kept);
+    au.bytes.insert(au.bytes.end(), unit.data, unit.data + unit.size);
+    if (unit.type() == 5) au.hasIdr = true;
+}
+
+void pointUnitsIntoBuffer(AccessUnit &au) {
+    for (NalUnit &unit : au.units) unit.data = au.bytes.data() + unit.offset;
+}
+
+void checkLastSlices(AccessUnit &au, ParameterSets &sets, uint64_t fileOffset) {
+    SLICE_HEADER header{};
+    for (NalUnit unit : au.units) {
+        if (!unit.isSlice()) continue;
+        unit.offset = fileOffset + unit.offset - (unit.framing == 0 ? 4 : unit.framing);
+        sets.readSlice(unit, header);
+    }
+}
+
+}  // namespace
+
+void forEachAccessUnit(UnitReader &reader, ParameterSets &sets,
+                       const std::function<void(AccessUnit &)> &handle) {
+    AccessUnitTracker tracker;
+    AccessUnit au;
+    NalUnit unit;
+    while (reader.next(unit)) {
+        if (tracker.opensAccessUnit(unit) && !au.bytes.empty()) {
+            pointUnitsIntoBuffer(au);
+            handle(au);
+            au.bytes.clear();
+            au.units.clear();
+            au.shortStartCodes = 0;
+            au.hasIdr = false;
+        }
+        if (au.bytes.empty()) au.offset = unit.offset;
+        if (unit.type() == 7) sets.addSps(unit);
+        if (unit.type() == 8) sets.addPps(unit);
+        appendUnit(au, unit);
+    }
+    if (au.bytes.empty()) return;
+    pointUnitsIntoBuffer(au);
+    checkLastSlices(au, sets, au.offset);
+    handle(au);
+}
+
+}  // namespace qrvtool

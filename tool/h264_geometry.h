@@ -1,0 +1,19 @@
+// The picture geometry of an SPS, as the library's geometry call gives it.
+#ifndef QRVTOOL_H264_GEOMETRY_H
+#define QRVTOOL_H264_GEOMETRY_H
+
+#include "output.h"
+
+#include <qrvutil/h264.h>
+
+#include <string>
+
+namespace qrvtool {
+
+// Adds profile and level names, coded and cropped sizes, chroma format, bit
+// depths, sample aspect ratio and frame rate to `doc`.
+void addGeometry(Json &doc, const std::string &file, const SPS_DECODED &sps);
+
+}  // namespace qrvtool
+
+#endif
