@@ -54,7 +54,16 @@ std::vector<unsigned> sizedTokens(bool chosenOnly) {
     return tokens;
 }
 
-// Every code that names a raster the library knows an aspect ratio for.
+// True when a raster shown at `aspect` (numerator << 16 | denominator, 0
+// unknown) has pixels between 0.85 and 1.4 times as wide as high: the
+// rasters that real signals use, not every pairing of line and pixel counts.
+bool displayShapeFits(unsigned aspect, unsigned width, unsigned height) {
+    if (aspect == 0 || width <= height) return false;
+    const double pixelShape = double(aspect >> 16) / double(aspect & 0xFFFF) * height / width;
+    return pixelShape >= 0.85 && pixelShape <= 1.4;
+}
+
+// Every code of a raster that the library knows an aspect ratio for.
 std::vector<unsigned> listedFormats() {
     std::vector<unsigned> codes;
     const std::vector<unsigned> tokens = sizedTokens(true);
@@ -66,7 +75,7 @@ std::vector<unsigned> listedFormats() {
                     const unsigned code = QRV_SF_MAKE(scan, height, width, rate);
                     unsigned w = 0, h = 0;
                     if (vidImageSize(code, &w, &h, 0) != 0) continue;
-                    if (vidGetAspectRatio(code, w, static_cast<int>(h)) == 0) continue;
+                    if (!displayShapeFits(vidGetAspectRatio(code, w, static_cast<int>(h)), w, h)) continue;
                     codes.push_back(code);
                 }
     return codes;

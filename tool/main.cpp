@@ -3,6 +3,7 @@
 // command line and prints.
 #include "commands.h"
 #include "failure.h"
+#include "library_log.h"
 #include "output.h"
 #include "version_text.h"
 
@@ -13,6 +14,7 @@
 
 int main(int argc, char **argv) {
     using namespace qrvtool;
+    catchLibraryLog();
     CLI::App app{"qrvtool: H.264, AAC, media commands, timecodes, signal formats, clip "
                  "information and projects, as the qrvutil library reads them",
                  "qrvtool"};
