@@ -86,6 +86,17 @@ Json summaryJson(const std::string &file, const UnitReader &reader, const Parame
     return doc;
 }
 
+// The text form: the unit counts on one line.
+void printSummary(const Json &doc) {
+    Json shown = doc;
+    std::string counts;
+    for (const Json &row : doc["units"])
+        counts += (counts.empty() ? "" : ", ") + row["name"].get<std::string>() + " " +
+                  row["count"].dump();
+    shown["units"] = counts;
+    printText(shown);
+}
+
 void runInfo(const std::string &path, const Output &output) {
     InputFile in(path);
     UnitReader reader(in);
@@ -111,7 +122,8 @@ void runInfo(const std::string &path, const Output &output) {
         if (sets.readSlice(unit, haveFirst ? scratch : first)) haveFirst = true;
     }
     if (!sets.firstSps()) throw InputError(in.name(), atByte(0), "no SPS in the stream");
-    output.document(summaryJson(in.name(), reader, sets, haveFirst ? &first : nullptr, counts));
+    output.document(summaryJson(in.name(), reader, sets, haveFirst ? &first : nullptr, counts),
+                    printSummary);
 }
 
 // One unit's record: framing and header, and the slice header fields when
