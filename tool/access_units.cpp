@@ -13,8 +13,9 @@ void appendUnit(AccessUnit &au, const NalUnit &unit) {
                                    static_cast<uint8_t>(unit.size)};
         au.bytes.insert(au.bytes.end(), length, length + 4);
     } else {
-        au.bytes.insert(au.bytes.end(), kStartCode + 4 - unit.framing, kStartCode + 4);
-        if (unit.framing == 3) ++au.shortStartCodes;
+        // Every unit gets a 4-byte code: the converter then never has to widen
+        // a 3-byte one by moving the rest of the access unit.
+        au.bytes.insert(au.bytes.end(), kStartCode, kStartCode + 4);
     }
     NalUnit kept = unit;
     kept.data = nullptr;  // set once the buffer stops moving
@@ -32,7 +33,7 @@ void checkLastSlices(AccessUnit &au, ParameterSets &sets, uint64_t fileOffset) {
     SLICE_HEADER header{};
     for (NalUnit unit : au.units) {
         if (!unit.isSlice()) continue;
-        unit.offset = fileOffset + unit.offset - (unit.framing == 0 ? 4 : unit.framing);
+        unit.offset = fileOffset + unit.offset - 4;
         sets.readSlice(unit, header);
     }
 }
@@ -50,7 +51,6 @@ void forEachAccessUnit(UnitReader &reader, ParameterSets &sets,
             handle(au);
             au.bytes.clear();
             au.units.clear();
-            au.shortStartCodes = 0;
             au.hasIdr = false;
         }
         if (au.bytes.empty()) au.offset = unit.offset;

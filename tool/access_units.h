@@ -1,5 +1,6 @@
 // Gathers a stream's units access unit by access unit into one buffer, in
-// the stream's own framing, for the library's whole-frame calls.
+// the stream's own framing (start codes all 4 bytes long), for the library's
+// whole-frame calls.
 #ifndef QRVTOOL_ACCESS_UNITS_H
 #define QRVTOOL_ACCESS_UNITS_H
 
@@ -13,9 +14,8 @@
 namespace qrvtool {
 
 struct AccessUnit {
-    std::vector<uint8_t> bytes;  // units with their framing
+    std::vector<uint8_t> bytes;  // units with 4-byte start codes, or 4-byte lengths
     uint64_t offset = 0;         // file offset of the first unit
-    unsigned shortStartCodes = 0;  // 3-byte start codes among them
     bool hasIdr = false;
     std::vector<NalUnit> units;  // each unit, its data pointing into `bytes`
 };

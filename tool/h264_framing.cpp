@@ -21,9 +21,9 @@ void convertAccessUnit(AccessUnit &au, bool lengthInput, Target target, const st
     if (au.bytes.size() > INT_MAX / 2)
         throw InputError(file, atByte(au.offset), "access unit too large to convert");
     if (target == Target::kLength && !lengthInput) {
-        const size_t used = au.bytes.size();
-        au.bytes.resize(used + au.shortStartCodes);  // the converter widens every 3-byte code
-        const int length = qrvUtilh264MarkerToSize(au.bytes.data(), static_cast<int>(used));
+        // Start codes are all 4 bytes long here: the length stays the same.
+        const int length =
+            qrvUtilh264MarkerToSize(au.bytes.data(), static_cast<int>(au.bytes.size()));
         au.bytes.resize(static_cast<size_t>(length));
     } else if (target == Target::kAnnexB && lengthInput) {
         const unsigned length =

@@ -126,43 +126,44 @@ void runInfo(const std::string &path, const Output &output) {
                     printSummary);
 }
 
-// One unit's record: framing and header, and the slice header fields when
-// the unit is a slice whose parameter sets have been seen.
-Json unitJson(const NalUnit &unit, const SLICE_HEADER *slice) {
-    Json j = {{"offset", unit.offset},
-              {"size", unit.size},
-              {"framing", unit.framing == 0 ? "length" : unit.framing == 3 ? "start3" : "start4"},
-              {"nal_unit_type", unit.type()},
-              {"name", nalUnitTypeName(unit.type())},
-              {"nal_ref_idc", unit.refIdc()}};
-    if (slice) {
-        j["slice_type"] = slice->slice_type;
-        j["slice_type_name"] = sliceTypeName(slice->slice_type);
-        j["first_mb_in_slice"] = slice->first_mb_in_slice;
-        j["pic_parameter_set_id"] = slice->pic_parameter_set_id;
-        j["frame_num"] = slice->frame_num;
-        j["pic_order_cnt_lsb"] = slice->pic_order_cnt_lsb;
-        if (unit.type() == 5) j["idr_pic_id"] = slice->idr_pic_id;
-    }
-    return j;
+const char *framingOf(const NalUnit &unit) {
+    return unit.framing == 0 ? "length" : unit.framing == 3 ? "start3" : "start4";
 }
 
-std::string unitLine(const Json &j) {
+// One unit's record: framing and header, and the slice header fields when
+// the unit is a slice whose parameter sets have been seen.
+std::string_view unitJson(FlatRecord &record, const NalUnit &unit, const SLICE_HEADER *slice) {
+    record.number("offset", static_cast<long long>(unit.offset))
+        .number("size", unit.size)
+        .name("framing", framingOf(unit))
+        .number("nal_unit_type", unit.type())
+        .name("name", nalUnitTypeName(unit.type()))
+        .number("nal_ref_idc", unit.refIdc());
+    if (slice) {
+        record.number("slice_type", slice->slice_type)
+            .name("slice_type_name", sliceTypeName(slice->slice_type))
+            .number("first_mb_in_slice", slice->first_mb_in_slice)
+            .number("pic_parameter_set_id", slice->pic_parameter_set_id)
+            .number("frame_num", slice->frame_num)
+            .number("pic_order_cnt_lsb", slice->pic_order_cnt_lsb);
+        if (unit.type() == 5) record.number("idr_pic_id", slice->idr_pic_id);
+    }
+    return record.json();
+}
+
+std::string unitLine(const NalUnit &unit, const SLICE_HEADER *slice) {
     char line[256];
     int n = std::snprintf(line, sizeof line, "%10llu %8u %-6s %2d %-22s ref=%d",
-                          static_cast<unsigned long long>(j["offset"].get<uint64_t>()),
-                          j["size"].get<unsigned>(), j["framing"].get<std::string>().c_str(),
-                          j["nal_unit_type"].get<int>(), j["name"].get<std::string>().c_str(),
-                          j["nal_ref_idc"].get<int>());
-    if (j.contains("slice_type") && n > 0 && static_cast<size_t>(n) < sizeof line)
+                          static_cast<unsigned long long>(unit.offset), unit.size, framingOf(unit),
+                          unit.type(), nalUnitTypeName(unit.type()), unit.refIdc());
+    if (slice && n > 0 && static_cast<size_t>(n) < sizeof line)
         n += std::snprintf(line + n, sizeof line - static_cast<size_t>(n),
                            " %s first_mb=%d pps=%d frame_num=%d poc_lsb=%d",
-                           j["slice_type_name"].get<std::string>().c_str(),
-                           j["first_mb_in_slice"].get<int>(), j["pic_parameter_set_id"].get<int>(),
-                           j["frame_num"].get<int>(), j["pic_order_cnt_lsb"].get<int>());
-    if (j.contains("idr_pic_id") && n > 0 && static_cast<size_t>(n) < sizeof line)
+                           sliceTypeName(slice->slice_type), slice->first_mb_in_slice,
+                           slice->pic_parameter_set_id, slice->frame_num, slice->pic_order_cnt_lsb);
+    if (slice && unit.type() == 5 && n > 0 && static_cast<size_t>(n) < sizeof line)
         std::snprintf(line + n, sizeof line - static_cast<size_t>(n), " idr_pic_id=%d",
-                      j["idr_pic_id"].get<int>());
+                      slice->idr_pic_id);
     return line;
 }
 
@@ -174,14 +175,18 @@ void runUnits(const std::string &path, const Output &output) {
     if (!output.json())
         std::printf("%10s %8s %-6s %2s %-22s\n", "offset", "size", "frame", "ty", "name");
     SLICE_HEADER slice{};
+    FlatRecord record;
     NalUnit unit;
     uint64_t count = 0;
     while (reader.next(unit)) {
         if (unit.type() == 7) sets.addSps(unit);
         if (unit.type() == 8) sets.addPps(unit);
         const bool decoded = unit.isSlice() && sets.readSlice(unit, slice);
-        const Json record = unitJson(unit, decoded ? &slice : nullptr);
-        stream.add(record, output.json() ? std::string() : unitLine(record));
+        const SLICE_HEADER *header = decoded ? &slice : nullptr;
+        if (output.json())
+            stream.addText(unitJson(record, unit, header), std::string());
+        else
+            stream.addText(std::string(), unitLine(unit, header));
         ++count;
     }
     stream.finish({{"count", count}});

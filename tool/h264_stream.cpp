@@ -2,6 +2,8 @@
 
 #include "failure.h"
 
+#include <algorithm>
+
 namespace qrvtool {
 
 namespace {
@@ -50,6 +52,13 @@ constexpr const char *kSliceTypeNames[5] = {"P", "B", "I", "SP", "SI"};
 
 bool endedEarly(const kx_bitstream &bs, uint32_t size) { return bs.bit_pos > uintptr_t{size} * 8; }
 
+// True when `unit` repeats the bytes kept in `last`; otherwise keeps them.
+bool repeats(std::vector<uint8_t> &last, const NalUnit &unit) {
+    if (last.size() == unit.size && std::equal(last.begin(), last.end(), unit.data)) return true;
+    last.assign(unit.data, unit.data + unit.size);
+    return false;
+}
+
 }  // namespace
 
 const char *nalUnitTypeName(int type) { return kNalUnitTypeNames[type & 31]; }
@@ -67,6 +76,7 @@ kx_bitstream unitReader(const uint8_t *data, uint32_t size) {
 }
 
 SPS_DECODED &ParameterSets::addSps(const NalUnit &unit) {
+    if (repeats(lastSpsUnit_, unit) && lastSps_) return *lastSps_;
     auto sps = std::make_unique<SPS_DECODED>();
     kx_bitstream bs = unitReader(unit.data, unit.size);
     qrvutilRead_SPS(&bs, sps.get());
@@ -79,10 +89,12 @@ SPS_DECODED &ParameterSets::addSps(const NalUnit &unit) {
     std::unique_ptr<SPS_DECODED> &slot = sps_[id];
     slot = std::move(sps);
     if (!first_sps_) first_sps_ = slot.get();
+    lastSps_ = slot.get();
     return *slot;
 }
 
 PPS_DECODED &ParameterSets::addPps(const NalUnit &unit) {
+    if (repeats(lastPpsUnit_, unit) && lastPps_) return *lastPps_;
     auto pps = std::make_unique<PPS_DECODED>();
     kx_bitstream bs = unitReader(unit.data, unit.size);
     qrvutilRead_PPS(&bs, pps.get());
@@ -95,6 +107,7 @@ PPS_DECODED &ParameterSets::addPps(const NalUnit &unit) {
     std::unique_ptr<PPS_DECODED> &slot = pps_[id];
     slot = std::move(pps);
     if (!first_pps_) first_pps_ = slot.get();
+    lastPps_ = slot.get();
     return *slot;
 }
 

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace qrvtool {
 
@@ -46,6 +47,11 @@ private:
     std::string file_;
     std::map<int, std::unique_ptr<SPS_DECODED>> sps_;
     std::map<int, std::unique_ptr<PPS_DECODED>> pps_;
+    // The bytes of the last SPS and PPS units: a repeat is not decoded again.
+    std::vector<uint8_t> lastSpsUnit_;
+    std::vector<uint8_t> lastPpsUnit_;
+    SPS_DECODED *lastSps_ = nullptr;
+    PPS_DECODED *lastPps_ = nullptr;
     const SPS_DECODED *first_sps_ = nullptr;
     const PPS_DECODED *first_pps_ = nullptr;
 };

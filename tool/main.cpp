@@ -15,6 +15,9 @@
 int main(int argc, char **argv) {
     using namespace qrvtool;
     catchLibraryLog();
+    // Unit listings run to millions of lines: write them in large blocks.
+    static char outputBuffer[1 << 20];
+    std::setvbuf(stdout, outputBuffer, _IOFBF, sizeof outputBuffer);
     CLI::App app{"qrvtool: H.264, AAC, media commands, timecodes, signal formats, clip "
                  "information and projects, as the qrvutil library reads them",
                  "qrvtool"};

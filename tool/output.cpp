@@ -2,6 +2,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
+#include <cstring>
+#include <stdexcept>
+
 namespace qrvtool {
 
 void Output::addJsonFlag(CLI::App *command) {
@@ -68,10 +72,13 @@ RecordStream::RecordStream(const Output &output, const Json &head, const char *k
 }
 
 void RecordStream::add(const Json &record, const std::string &line) {
+    addText(output_.json() ? record.dump() : std::string(), line);
+}
+
+void RecordStream::addText(std::string_view json, const std::string &line) {
     if (output_.json()) {
-        if (!first_) std::fputc(',', stdout);
-        std::fputs("\n", stdout);
-        std::fputs(record.dump().c_str(), stdout);
+        fwrite_unlocked(first_ ? "\n" : ",\n", 1, first_ ? 1 : 2, stdout);
+        fwrite_unlocked(json.data(), 1, json.size(), stdout);
     } else {
         std::fputs(line.c_str(), stdout);
         std::fputc('\n', stdout);
@@ -86,6 +93,32 @@ void RecordStream::finish(const Json &tail) {
         text += "," + Json(it.key()).dump() + ":" + it.value().dump();
     text += "}\n";
     std::fputs(text.c_str(), stdout);
+}
+
+void FlatRecord::makeRoom() const {
+    if (kRoom - used_ < 2 * kFieldRoom) throw std::length_error("record longer than its buffer");
+}
+
+void FlatRecord::appendNumber(long long value) {
+    const auto result = std::to_chars(text_ + used_, text_ + used_ + kFieldRoom / 2, value);
+    used_ = static_cast<size_t>(result.ptr - text_);
+}
+
+void FlatRecord::appendName(const char *value) {
+    const size_t length = strnlen(value, kFieldRoom - 2);
+    text_[used_++] = '"';
+    std::memcpy(text_ + used_, value, length);
+    used_ += length;
+    text_[used_++] = '"';
+}
+
+std::string_view FlatRecord::json() {
+    makeRoom();
+    if (used_ == 0) text_[used_++] = '{';
+    text_[used_++] = '}';
+    const std::string_view finished(text_, used_);
+    used_ = 0;
+    return finished;
 }
 
 }  // namespace qrvtool
