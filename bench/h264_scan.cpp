@@ -1,10 +1,13 @@
-// Throughput of start-code to length-prefix conversion and of the unit walk
-// over a stream of at least 32 MB made by repeating the test clips, next to
-// a memchr scan of the same bytes as the baseline.
+// Throughput of start-code to length-prefix conversion, of the way back and
+// of the unit walk, next to a memchr scan of the same bytes as the baseline.
+// The stream is the file named by QRV_BENCH_H264_STREAM (bench/run.sh makes
+// a 64 MB x264 stream with four slices a picture, so that 3- and 4-byte
+// codes mix), or else at least 32 MB made by repeating the test clips.
 #include <qrvutil/h264.h>
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -20,15 +23,25 @@ constexpr const char *kClips[] = {"baseline_cavlc", "main_cabac_b", "high_cqm",
                                   "hrd_vui",        "hi444_lossless10"};
 constexpr size_t kStreamBytes = size_t{32} << 20;
 
+Bytes readFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
 Bytes readClip(const std::string &name)
 {
-    std::ifstream in(std::string(QRV_TEST_DATA_DIR) + "/h264/" + name + ".h264", std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return readFile(std::string(QRV_TEST_DATA_DIR) + "/h264/" + name + ".h264");
 }
 
 const Bytes &annexBStream()
 {
     static const Bytes stream = [] {
+        if (const char *path = std::getenv("QRV_BENCH_H264_STREAM")) {
+            Bytes file = readFile(path);
+            if (!file.empty())
+                return file;
+        }
         std::vector<Bytes> clips;
         for (const char *name : kClips)
             clips.push_back(readClip(name));
@@ -89,6 +102,29 @@ void BM_MarkerToSize(benchmark::State &state)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * s.size()));
 }
 
+// Lengths back to start codes: one dependent load per unit, the limit of
+// following the lengths through memory.
+void BM_SizeToMarker(benchmark::State &state)
+{
+    const Bytes &s = lengthPrefixedStream();
+    Bytes work(s.size());
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::memcpy(work.data(), s.data(), s.size());
+        state.ResumeTiming();
+        benchmark::DoNotOptimize(qrvUtilh264SizeToMarker(work.data(), static_cast<unsigned>(s.size())));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * s.size()));
+}
+
+void BM_MarkerToSizeLength(benchmark::State &state)
+{
+    const Bytes &s = annexBStream();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(qrvUtilh264MarkerToSizeLength(s.data(), static_cast<int>(s.size())));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * s.size()));
+}
+
 void walkUnits(benchmark::State &state, const Bytes &source)
 {
     Bytes work = source; // SEI cleaning writes into the stream
@@ -114,6 +150,8 @@ void BM_FindNalUnitsLengthPrefixed(benchmark::State &state)
 
 BENCHMARK(BM_MemchrBaseline)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MarkerToSize)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_MarkerToSizeLength)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SizeToMarker)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FindNalUnitsStartCodes)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FindNalUnitsLengthPrefixed)->Unit(benchmark::kMillisecond);
 

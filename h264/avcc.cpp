@@ -3,6 +3,8 @@
 #include <qrvutil/h264.h>
 #include <qrvutil/host.h>
 
+#include "bits/nal_types.h"
+#include "bits/units.h"
 #include "h264/scanning_internal.h"
 
 #include <algorithm>
@@ -23,10 +25,6 @@ constexpr uint8_t kAvccHeader[] = {0, 0, 0, 14, 'a', 'v', 'c', 'C', 1, 0, 0, 0, 
 constexpr size_t kAvccHeaderSize = sizeof(kAvccHeader);
 constexpr size_t kProfileOffset = 9; // three bytes copied from the SPS
 constexpr uint8_t kOnePictureParameterSet = 0x01;
-constexpr size_t kMinUnitSpan = 5; // a field and a NAL header byte
-
-constexpr uint8_t kNalSps = 7;
-constexpr uint8_t kNalPps = 8;
 
 // PPS entries this long are passed over; the decoders take no more.
 constexpr uint32_t kMaxPpsEntry = 512;
@@ -40,19 +38,22 @@ constexpr int kExtensionListCount8x8 = 2;
 
 // ---- Writing -------------------------------------------------------------------
 
+// Lays the box out; with a null `out` it only counts the bytes.
 struct BoxWriter {
     uint8_t *out;
-    size_t size;
+    uint64_t size;
 
     void entry(const uint8_t *unit, uint64_t len, bool withCount)
     {
-        if (withCount)
-            out[size++] = kOnePictureParameterSet;
-        // The 16-bit length keeps its low bits; the bytes are copied whole.
-        writeBE16(out + size, static_cast<uint32_t>(len));
-        size += 2;
-        std::memcpy(out + size, unit, static_cast<size_t>(len));
-        size += static_cast<size_t>(len);
+        if (out) {
+            uint8_t *at = out + size;
+            if (withCount)
+                *at++ = kOnePictureParameterSet;
+            // The 16-bit length keeps its low bits; the bytes are copied whole.
+            writeBE16(at, static_cast<uint32_t>(len));
+            std::memcpy(at + 2, unit, static_cast<size_t>(len));
+        }
+        size += (withCount ? 1 : 0) + 2 + len;
     }
 };
 
@@ -162,6 +163,38 @@ void skipExtension(kx_bitstream *bs)
         skipExtensionEntry(bs);
 }
 
+// Writes the entries after the box header (when `out` is not null) and
+// returns the box size; the SPS's profile bytes go to `profile`.
+uint64_t layOutAvcc(const NAL_BUFFER *units, uint8_t *out, uint8_t profile[3])
+{
+    BoxWriter box{out, kAvccHeaderSize};
+    const uint8_t *data = units ? units->data : nullptr;
+    const uint64_t end = data ? units->length : 0;
+    // Kept framing, and the first field sets the stride: later fields are
+    // never read, so every unit is taken to be as long as the first one.
+    // Peers depend on the boxes this gives. Only a stride of 1, a start
+    // code, is measured again, at each unit, up to the next 4-byte code.
+    qrv::UnitRules rules;
+    rules.kept = true;
+    rules.firstLengthStride = true;
+    qrv::UnitIterator walk(data, end, rules);
+    bool haveSps = false;
+    bool havePps = false;
+    for (qrv::Unit u; !(haveSps && havePps) && walk.next(&u);) {
+        const uint8_t type = qrv::nal::typeOf(data[u.payload]);
+        if (type == qrv::nal::kSps && !haveSps) {
+            box.entry(data + u.payload, u.size, false);
+            copyProfileBytes(data, u.payload, end, profile);
+            haveSps = true;
+        } else if (type == qrv::nal::kPps && !havePps) {
+            // Written where met, also before the SPS.
+            box.entry(data + u.payload, u.size, true);
+            havePps = true;
+        }
+    }
+    return box.size;
+}
+
 } // namespace
 
 QRV_EXTERN_C_BEGIN
@@ -171,41 +204,17 @@ QRV_API int qrvutilGetAvcc(NAL_BUFFER *units, unsigned char *out)
     if (!out)
         return 0;
     std::memcpy(out, kAvccHeader, kAvccHeaderSize);
-    const uint8_t *data = units ? units->data : nullptr;
-    const uint64_t end = data ? units->length : 0;
-    if (end < kMinUnitSpan)
-        return static_cast<int>(kAvccHeaderSize);
-
-    BoxWriter box{out, kAvccHeaderSize};
     uint8_t profile[3] = {0, 0, 0};
-    bool haveSps = false;
-    bool havePps = false;
-    // The first field sets the stride: later fields are never read, so every
-    // unit is taken to be as long as the first one. Peers depend on the boxes
-    // this gives. Only a stride of 1, a start code, is measured again, at
-    // each unit, up to the next start code.
-    uint64_t stride = readBE32(data);
-    for (uint64_t h = 0; end - h >= kMinUnitSpan && !(haveSps && havePps);) {
-        if (stride == qrv::h264::kStartCodeField)
-            stride = qrv::h264::startCodeUnitLength(data, h, end);
-        const uint64_t payload = h + 4;
-        if (stride > end - payload)
-            break; // runs past the end: not examined
-        const uint8_t type = data[payload] & 0x1F;
-        if (type == kNalSps && !haveSps) {
-            box.entry(data + payload, stride, false);
-            copyProfileBytes(data, payload, end, profile);
-            haveSps = true;
-        } else if (type == kNalPps && !havePps) {
-            // Written where met, also before the SPS.
-            box.entry(data + payload, stride, true);
-            havePps = true;
-        }
-        h = payload + stride;
-    }
-    writeBE32(out, static_cast<uint32_t>(box.size));
+    const uint64_t size = layOutAvcc(units, out, profile);
+    writeBE32(out, static_cast<uint32_t>(size));
     std::memcpy(out + kProfileOffset, profile, sizeof profile);
-    return static_cast<int>(box.size);
+    return static_cast<int>(size);
+}
+
+QRV_API uint32_t qrvutilGetAvccRoom(const NAL_BUFFER *units)
+{
+    uint8_t profile[3] = {0, 0, 0};
+    return static_cast<uint32_t>(layOutAvcc(units, nullptr, profile));
 }
 
 QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps)

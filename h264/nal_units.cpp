@@ -3,94 +3,14 @@
 #include <qrvutil/h264.h>
 #include <qrvutil/host.h>
 
+#include "bits/nal_types.h"
+#include "bits/rbsp.h"
+#include "bits/start_code.h"
+#include "bits/units.h"
 #include "h264/scanning_internal.h"
 
 #include <algorithm>
 #include <cstring>
-
-namespace qrv::h264 {
-
-uint64_t findStartCode(const uint8_t *data, uint64_t from, uint64_t end)
-{
-    // Look for the 01 that closes a code; memchr keeps this near memory speed.
-    uint64_t at = from + 3;
-    while (at < end) {
-        const void *hit = std::memchr(data + at, 0x01, static_cast<size_t>(end - at));
-        if (!hit)
-            break;
-        at = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - data);
-        if (data[at - 1] == 0 && data[at - 2] == 0 && data[at - 3] == 0)
-            return at - 3;
-        ++at;
-    }
-    return end;
-}
-
-uint64_t startCodeUnitLength(const uint8_t *data, uint64_t field, uint64_t end)
-{
-    const uint64_t payload = field + 4;
-    const uint64_t next = findStartCode(data, payload, end);
-    return next < end ? next - payload : end - field;
-}
-
-namespace {
-
-// First position from 1 on whose byte is 03 or 0C after two zero bytes (the
-// byte before the unit counting as one), or `len`. Zero bytes are rare in
-// SEI payloads, so memchr finds the candidates.
-size_t firstSeiRemoval(const uint8_t *unit, size_t len, uint8_t before)
-{
-    const auto removable = [](uint8_t b) { return b == 0x03 || b == 0x0C; };
-    if (len > 1 && before == 0 && unit[0] == 0 && removable(unit[1]))
-        return 1;
-    for (size_t at = 0; at + 2 < len;) {
-        const void *hit = std::memchr(unit + at, 0, len - 2 - at);
-        if (!hit)
-            break;
-        at = static_cast<size_t>(static_cast<const uint8_t *>(hit) - unit);
-        if (unit[at + 1] == 0 && removable(unit[at + 2]))
-            return at + 2;
-        ++at;
-    }
-    return len;
-}
-
-} // namespace
-
-void cleanSeiUnit(uint8_t *unit, size_t len, uint8_t before)
-{
-    const size_t first = firstSeiRemoval(unit, len, before);
-    if (first >= len)
-        return;
-    // From there one pass with a read and a write index gives the same bytes
-    // as sliding the tail down once per removed byte, in linear time. The
-    // byte that slides into a cleared position is not examined itself, only
-    // counted as a preceding byte for the next position.
-    const uint8_t last = unit[len - 1];
-    uint8_t older = first >= 2 ? unit[first - 2] : before;
-    uint8_t prior = unit[first - 1];
-    size_t w = first;
-    size_t r = first;
-    while (r < len) {
-        uint8_t byte = unit[r];
-        const bool removed = older == 0 && prior == 0 && (byte == 0x03 || byte == 0x0C);
-        if (removed) {
-            if (r + 1 >= len)
-                break;
-            byte = unit[r + 1];
-            r += 2;
-        } else {
-            r += 1;
-        }
-        unit[w++] = byte;
-        older = prior;
-        prior = byte;
-    }
-    // The length is kept: the freed positions repeat the unit's last byte.
-    std::fill(unit + w, unit + len, last);
-}
-
-} // namespace qrv::h264
 
 namespace {
 
@@ -121,45 +41,74 @@ Marker markerEndingAt(const uint8_t *b, uint64_t one, uint64_t len, uint64_t *st
     return Marker::short3;
 }
 
-struct MarkerCount {
-    uint64_t all;
-    uint64_t short3;
+// The markers the forward pass met, and the last of them remembered, so that
+// the way back finds those without a search. Only a stream with more
+// markers than this searches again, below the ones remembered. A fixed
+// block on the stack: the conversion allocates nothing.
+constexpr uint64_t kRememberedMarkers = 1024;
+
+struct MarkerLog {
+    uint64_t all = 0;
+    uint64_t short3 = 0;
+    uint64_t recent[kRememberedMarkers]; // start * 2 + (3-byte code)
+
+    uint64_t remembered() const { return std::min(all, kRememberedMarkers); }
 };
 
-MarkerCount countMarkers(const uint8_t *b, uint64_t len)
+// Every marker ends a 00 00 01, so only those are looked at.
+void countMarkers(const uint8_t *b, uint64_t len, MarkerLog *log)
 {
-    MarkerCount count{0, 0};
-    uint64_t at = 0;
-    while (at < len) {
-        const void *hit = std::memchr(b + at, 0x01, static_cast<size_t>(len - at));
-        if (!hit)
-            break;
-        const uint64_t one = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - b);
+    const uint8_t *end = b + len;
+    for (const uint8_t *code = b; (code = qrv::findStartCode(code, end)) != end; code += 3) {
         uint64_t start = 0;
-        const Marker kind = markerEndingAt(b, one, len, &start);
-        count.all += kind != Marker::none;
-        count.short3 += kind == Marker::short3;
-        at = one + 1;
+        const Marker kind = markerEndingAt(b, static_cast<uint64_t>(code - b) + 2, len, &start);
+        if (kind == Marker::none)
+            continue;
+        const bool short3 = kind == Marker::short3;
+        log->recent[log->all % kRememberedMarkers] = start * 2 + (short3 ? 1 : 0);
+        ++log->all;
+        log->short3 += short3 ? 1 : 0;
     }
-    return count;
+}
+
+// The next marker down from the top: first the remembered ones, then by
+// searching below `below`. False when there is none.
+bool nextMarkerDown(const uint8_t *b, uint64_t len, const MarkerLog &log, uint64_t *taken,
+                    uint64_t below, uint64_t *start, Marker *kind)
+{
+    if (*taken < log.remembered()) {
+        const uint64_t entry = log.recent[(log.all - 1 - *taken) % kRememberedMarkers];
+        ++*taken;
+        *start = entry / 2;
+        *kind = entry % 2 ? Marker::short3 : Marker::long4;
+        return true;
+    }
+    while (below >= 3) {
+        const uint8_t *code = qrv::findLastStartCode(b, b + below);
+        if (!code)
+            return false;
+        const uint64_t one = static_cast<uint64_t>(code - b) + 2;
+        *kind = markerEndingAt(b, one, len, start);
+        if (*kind != Marker::none)
+            return true;
+        below = one; // a code that is no marker: go on below its 01
+    }
+    return false;
 }
 
 // Widens every 3-byte code and writes each unit's length over its code, from
 // the last marker back to the first, so that every byte moves once.
-void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
+void widenAndFrame(uint8_t *b, uint64_t len, const MarkerLog &log)
 {
-    uint64_t shift = shortCodes;
+    uint64_t shift = log.short3;
     uint64_t segmentEnd = len;
-    uint64_t nextField = len + shortCodes; // new end, then each later field
-    for (uint64_t one = len; one > 2;) {
-        const void *hit = memrchr(b + 2, 0x01, static_cast<size_t>(one - 2));
-        if (!hit)
-            break;
-        one = static_cast<uint64_t>(static_cast<const uint8_t *>(hit) - b);
-        uint64_t start = 0;
-        const Marker kind = markerEndingAt(b, one, len, &start);
-        if (kind == Marker::none)
-            continue;
+    uint64_t nextField = len + log.short3; // new end, then each later field
+    uint64_t taken = 0;
+    uint64_t start = 0;
+    Marker kind = Marker::none;
+    // Below each marker, since the field written over it may hold 00 00 01.
+    for (uint64_t below = len; nextMarkerDown(b, len, log, &taken, below, &start, &kind);
+         below = start) {
         std::memmove(b + start + shift, b + start, static_cast<size_t>(segmentEnd - start));
         // A widened code keeps its leading 00 twice: the field starts one
         // byte before the moved code.
@@ -169,8 +118,6 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
         segmentEnd = start;
         if (kind == Marker::short3)
             --shift;
-        // The field just written may hold 00 00 01: go on below the code.
-        one = start;
     }
 }
 
@@ -179,14 +126,7 @@ void widenAndFrame(uint8_t *b, uint64_t len, uint64_t shortCodes)
 constexpr size_t kAvccReadLimit = 512; // longer boxes are read as if cut here
 constexpr size_t kReaderPad = 8;       // the bit reader may touch one byte past its end
 
-enum NalType : uint8_t {
-    kNalUnspecified = 0,
-    kNalSliceFirst = 1,
-    kNalSliceLast = 5,
-    kNalSei = 6,
-    kNalSps = 7,
-    kNalPps = 8,
-};
+constexpr uint32_t kStartCodeField = 1; // 00 00 00 01 read as a 4-byte field
 
 kx_bitstream readerOver(const uint8_t *unit, uint64_t len)
 {
@@ -215,24 +155,26 @@ struct WalkRecords {
     PPS_DECODED *pps;
 };
 
-void decodeUnit(uint8_t *unit, uint64_t len, uint8_t before, const WalkRecords &rec)
+void decodeUnit(uint8_t *unit, uint64_t len, const WalkRecords &rec)
 {
-    const uint8_t type = unit[0] & 0x1F;
+    const uint8_t type = qrv::nal::typeOf(unit[0]);
     kx_bitstream bs = readerOver(unit, len);
-    if (type >= kNalSliceFirst && type <= kNalSliceLast) {
+    if (qrv::nal::isSlice(type)) {
         SLICE_HEADER scratch{};
         qrvutilRead_SliceHeader(&bs, &scratch, rec.sps, rec.pps, type);
-    } else if (type == kNalSps) {
+    } else if (type == qrv::nal::kSps) {
         *rec.sps = SPS_DECODED{};
         qrvutilRead_SPS(&bs, rec.sps);
-    } else if (type == kNalPps) {
+    } else if (type == qrv::nal::kPps) {
         // Cleared first: the tail look-ahead starts from the record's value.
         *rec.pps = PPS_DECODED{};
         qrvutilRead_PPS(&bs, rec.pps);
-    } else if (type == kNalSei) {
+    } else if (type == qrv::nal::kSei) {
         // Only the cleaning is kept from SEI handling: the message parse
         // that follows it moves a read position and returns nothing.
-        qrv::h264::cleanSeiUnit(unit, static_cast<size_t>(len), before);
+        // The byte before the unit (the last of its field) counts as a
+        // preceding byte for the first position examined.
+        qrv::removeEmulationPrevention(unit - 1, static_cast<size_t>(len) + 1, qrv::kCleanSei);
     }
 }
 
@@ -249,7 +191,8 @@ QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
     if (len < 1 || !buf)
         return len;
     const uint64_t n = static_cast<uint64_t>(len);
-    const MarkerCount markers = countMarkers(buf, n);
+    MarkerLog markers;
+    countMarkers(buf, n, &markers);
     if (markers.all == 0) {
         // No start code: the first four bytes become a length covering the
         // rest, as if a code stood there. Shorter buffers have no room.
@@ -257,9 +200,19 @@ QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len)
             writeBE32(buf, static_cast<uint32_t>(n - 4));
         return len;
     }
-    widenAndFrame(buf, n, markers.short3);
+    widenAndFrame(buf, n, markers);
     // The caller sized the buffer for the widening; the length wraps as an
     // int only beyond what an int-sized buffer can hold.
+    return static_cast<int>(static_cast<uint32_t>(n + markers.short3));
+}
+
+QRV_API int qrvUtilh264MarkerToSizeLength(const unsigned char *buf, int len)
+{
+    if (len < 1 || !buf)
+        return len;
+    const uint64_t n = static_cast<uint64_t>(len);
+    MarkerLog markers;
+    countMarkers(buf, n, &markers);
     return static_cast<int>(static_cast<uint32_t>(n + markers.short3));
 }
 
@@ -267,7 +220,7 @@ QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len)
 {
     if (len == 0 || !buf)
         return len;
-    if (len >= 4 && readBE32(buf) == qrv::h264::kStartCodeField)
+    if (len >= 4 && readBE32(buf) == kStartCodeField)
         return len;
     uint64_t at = 0;
     while (at + 4 <= len) {
@@ -276,7 +229,7 @@ QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len)
             return static_cast<unsigned>(at); // the data ends before this field
         if (unitLen >= len - at)
             return len; // an overrunning length ends the walk; earlier codes stay
-        writeBE32(buf + at, qrv::h264::kStartCodeField);
+        writeBE32(buf + at, kStartCodeField);
         at += 4 + uint64_t{unitLen};
     }
     return len;
@@ -295,37 +248,18 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
     if (!units || !units->data)
         return 0;
 
-    uint8_t *data = units->data;
-    const uint64_t end = units->length;
+    // Kept framing: 4-byte fields, each read afresh (start code or length);
+    // the last unit in start-code form is never taken (see bits/units.h).
+    qrv::UnitRules rules;
+    rules.kept = true;
+    rules.zeroTypeResync = true;
+    qrv::UnitIterator walk(units->data, units->length, rules);
     int count = 0;
-    uint64_t h = 0;
-    while (h + 4 < end) {
-        // Each unit's field is read afresh: start code or length.
-        const uint32_t field = readBE32(data + h);
-        uint64_t len = field == qrv::h264::kStartCodeField
-                           ? qrv::h264::startCodeUnitLength(data, h, end)
-                           : field;
-        const uint64_t payload = h + 4;
-        // A unit running past the end is not counted. In start-code form the
-        // last unit always measures so, and is therefore never decoded.
-        if (len > end - payload)
-            break;
-        uint8_t *unit = data + payload;
-        if ((unit[0] & 0x1F) == kNalUnspecified) {
-            // Resynchronise over zero padding: move one byte on and, when the
-            // field began with a zero, step over every further zero byte,
-            // each one lengthening the unit.
-            const bool zeroLead = data[h] == 0;
-            ++h;
-            while (zeroLead && h < end && data[h] == 0) {
-                ++h;
-                ++len;
-            }
-        } else {
-            decodeUnit(unit, len, data[payload - 1], rec);
-        }
-        ++count;
-        h += 4 + len;
+    for (qrv::Unit u; walk.next(&u); ++count) {
+        uint8_t *unit = units->data + u.payload;
+        // Units of type 0 only move the walk (the iterator resynchronises).
+        if (qrv::nal::typeOf(unit[0]) != qrv::nal::kUnspecified)
+            decodeUnit(unit, u.size, rec); // unit[-1] is the last byte of its field
     }
     return count;
 }

@@ -12,9 +12,6 @@ namespace {
 // the unit; a header never reaches further in the streams recorded.
 constexpr std::size_t kSliceCopyBytes = 256;
 
-constexpr uint32_t kIdrUnit = 5;
-constexpr uint32_t kExtensionSliceUnit = 20;
-
 bool isPOrSp(int32_t kind)
 {
     return kind == kSliceP || kind == kSliceSP;
@@ -123,7 +120,7 @@ void readSliceHeaderFields(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
     sh->slice_type = readUeField(bs);
     sh->pic_parameter_set_id = readUeField(bs);
     readFrameAndField(bs, sh, sps);
-    if (nal_unit_type == kIdrUnit)
+    if (nal_unit_type == nal::kSliceIdr)
         sh->idr_pic_id = readUeField(bs);
     readPicOrderCnt(bs, sh, sps, pps);
     if (pps->redundant_pic_cnt_present_flag)
@@ -133,7 +130,7 @@ void readSliceHeaderFields(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
         sh->direct_spatial_mv_pred_flag = readFlag(bs);
     if (hasRefLists(kind))
         readRefIdxOverride(bs, sh, pps, kind);
-    if (nal_unit_type != kExtensionSliceUnit)
+    if (nal_unit_type != nal::kSliceExtension)
         read_ref_pic_list_reordering(bs, sh);
     // Weighted bi-prediction tables of B slices are not read: the fields
     // after them are taken from where the table stands, as peers do.
@@ -315,7 +312,7 @@ void read_pred_weight_table(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps
 
 void read_dec_ref_pic_marking(kx_bitstream *bs, SLICE_HEADER *sh, unsigned nal_unit_type)
 {
-    if (nal_unit_type == kIdrUnit) {
+    if (nal_unit_type == nal::kSliceIdr) {
         sh->no_output_of_prior_pics_flag = readFlag(bs);
         sh->long_term_reference_flag = readFlag(bs);
         return;

@@ -3,15 +3,24 @@
 #pragma once
 
 #include <qrvutil/h264.h>
+#include <qrvutil/host.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
-#include "h264/bitstream_internal.h"
+#include "bits/bitstream_internal.h"
+#include "bits/nal_types.h"
+#include "bits/rbsp.h"
 
 // One HRD block. Entries beyond the record's 8 are read and dropped, so the
 // fields after the block stay in step with the stream.
 void read_hrd_parameters(hdr_parameters *hrd, kx_bitstream *bs);
+// The writers' halves of the two: the RBSP bits of one HRD block or one
+// scaling list at `bs` (room: bit_end). 0, or QRV_E_RANGE for a value the
+// syntax cannot carry, or QRV_E_ROOM.
+int write_hrd_parameters(kx_bitstream *bs, const hdr_parameters *hrd);
+int write_scaling_list(kx_bitstream *bs, const int32_t *list, int size);
 // Reordering keeps the fields of the last loop iteration only.
 void read_ref_pic_list_reordering(kx_bitstream *bs, SLICE_HEADER *sh);
 // Entries beyond 64 per list are read and dropped.
@@ -43,28 +52,50 @@ inline int32_t sliceKind(int32_t slice_type)
 // whether the default matrix was asked for is not recorded.
 void readScalingList(kx_bitstream *bs, int32_t *list, int size);
 
-// The scaling matrix of either parameter set: for each of `lists` lists its
-// present flag and, when set, the list (4x4 for the first six, 8x8 after).
-// Each set gives its own list count.
-void readScalingMatrix(kx_bitstream *bs, int32_t *presentFlags, int32_t (*lists4x4)[16],
-                       int32_t (*lists8x8)[64], int32_t lists);
+// Emulation prevention as the standard has it (every 03 after 00 00 from the
+// first byte after the NAL header on), for the code that checks or walks
+// units by the standard rather than as the kept readers do.
+inline constexpr RemovableBytes kRemoveEmulationStandard{kEmulationBytes, 1, 3, 2};
 
-// Bytes that follow 00 00 and are dropped as emulation prevention. The PPS
-// reader also drops 0C: parameter sets written by older recorders carry it.
-struct RemovableBytes {
-    const uint8_t *bytes;
-    std::size_t count;
+// Offset in an escaped unit of byte `rbspByte` of its unescaped form (under
+// kRemoveEmulationStandard), or `size` when that byte lies past the end.
+inline std::size_t escapedOffset(const uint8_t *unit, std::size_t size, std::size_t rbspByte)
+{
+    std::size_t seen = 0;
+    int zeros = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (i >= 3 && zeros >= 2 && unit[i] == 0x03) {
+            zeros = 0;
+            continue;
+        }
+        if (seen++ == rbspByte)
+            return i;
+        zeros = i > 0 && unit[i] == 0 ? zeros + 1 : 0;
+    }
+    return size;
+}
+
+// A reader's private copy of a unit, from the host allocator like every
+// allocation of the library (a host that replaces memory services sees it),
+// followed by kBitReaderPadding zero bytes. `bytes` is null when the
+// allocation failed.
+struct PrivateCopy {
+    uint8_t *bytes = nullptr;
+    PrivateCopy(const uint8_t *src, std::size_t size)
+    {
+        if (size > SIZE_MAX - kBitReaderPadding)
+            return;
+        bytes = static_cast<uint8_t *>(hostAlloc(size + kBitReaderPadding));
+        if (!bytes)
+            return;
+        if (size != 0)
+            std::memcpy(bytes, src, size);
+        std::memset(bytes + size, 0, kBitReaderPadding);
+    }
+    ~PrivateCopy() { hostFree(bytes); }
+    PrivateCopy(const PrivateCopy &) = delete;
+    PrivateCopy &operator=(const PrivateCopy &) = delete;
 };
-inline constexpr uint8_t kEmulationBytes[] = {0x03};
-inline constexpr uint8_t kEmulationBytesPps[] = {0x03, 0x0C};
-inline constexpr RemovableBytes kRemoveEmulation{kEmulationBytes, 1};
-inline constexpr RemovableBytes kRemoveEmulationPps{kEmulationBytesPps, 2};
-
-// Removes a removable byte after each 00 00 found from index 3 on, moving the
-// rest down. The size does not shrink, so the last byte ends up repeated once
-// per removal: readers that run to the unit's end see it, and peers depend
-// on the values read there. Returns the number of bytes removed.
-std::size_t removeEmulationPrevention(uint8_t *data, std::size_t size, RemovableBytes removable);
 
 // Points a reader at a private copy for the length of a read, then puts the
 // caller's buffer and bit length back (bit_pos keeps where the read ended).

@@ -15,6 +15,7 @@
 
 #include "bitstream.h"
 #include "export.h"
+#include "status.h"
 
 #ifdef __cplusplus
 #define QRV_H264_LAYOUT(cond, what) static_assert(cond, what)
@@ -267,6 +268,15 @@ typedef struct SLICE_HEADER {
  * `data`); scanning and avcC never read or write them. */
 #define QRV_NAL_BUFFER_STORAGE 32
 
+/* What qrvutilAddNalUnits leaves in the leading storage on success. */
+typedef struct QRV_NAL_UNIT_COUNTS {
+    uint32_t units;        /* units in the frame as it was given */
+    uint32_t closed_sei;   /* SEI units that got their stop byte */
+    uint32_t inserted_sps; /* 0 or 1 */
+    uint32_t inserted_pps; /* 0 or 1 */
+    uint32_t reserved[4];  /* 0 */
+} QRV_NAL_UNIT_COUNTS;
+
 /* A frame's unit stream: `length` valid bytes at `data`. Packed, so `data`
  * follows the leading storage with no gap on every build. */
 typedef struct __attribute__((packed)) NAL_BUFFER {
@@ -310,6 +320,8 @@ QRV_H264_LAYOUT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 *
 QRV_H264_LAYOUT(offsetof(SLICE_HEADER, no_output_of_prior_pics_flag) == 811 * 4,
                 "SLICE_HEADER marking");
 QRV_H264_LAYOUT(offsetof(NAL_BUFFER, data) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER.data");
+QRV_H264_LAYOUT(sizeof(QRV_NAL_UNIT_COUNTS) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER bookkeeping");
+QRV_H264_LAYOUT(offsetof(QRV_NAL_UNIT_COUNTS, inserted_pps) == 12, "QRV_NAL_UNIT_COUNTS");
 QRV_H264_LAYOUT(offsetof(NAL_BUFFER, reserved) == QRV_NAL_BUFFER_STORAGE + sizeof(void *),
                 "NAL_BUFFER unused field");
 QRV_H264_LAYOUT(offsetof(NAL_BUFFER, length) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 4,
@@ -327,6 +339,78 @@ QRV_H264_LAYOUT(sizeof(NAL_BUFFER) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 
  * again and bs->bit_pos is where the read stopped. */
 QRV_API int qrvutilRead_SPS(kx_bitstream *bs, SPS_DECODED *sps);
 QRV_API int qrvutilRead_PPS(kx_bitstream *bs, PPS_DECODED *pps);
+
+/* ---- Parameter-set writers ------------------------------------------------------- */
+
+/* Each writes one complete NAL unit without framing: the header byte from the
+ * record's forbidden_zero_bit, nal_ref_idc and nal_unit_type, the RBSP with
+ * emulation-prevention bytes inserted, and rbsp_trailing_bits. `bs` is set up
+ * as for the readers: the unit goes at `buffer`, which has `byte_size` bytes
+ * of room; on success bit_pos is left after the unit. With `buffer` null
+ * nothing is written and the size the unit needs is returned.
+ *
+ * Returns the unit's size in bytes, or
+ *   QRV_E_ARGUMENT  `bs` or the record is null;
+ *   QRV_E_ROOM      the unit does not fit `byte_size` (nothing is written);
+ *   QRV_E_RANGE     a field holds a value its syntax element cannot carry:
+ *                   outside the element's range (chroma_format_idc above 3,
+ *                   num_ref_frames_in_pic_order_cnt_cycle above 255, an se(v)
+ *                   beyond its limits, a flag other than 0 or 1 such as the -1
+ *                   a reader stores for a flag read past the end, a scaling
+ *                   list entry outside 1..255) or past what the record keeps
+ *                   (cpb_cnt_minus1 of 8 or more, pic_size_in_map_units_minus1
+ *                   of 256 or more).
+ * Nothing is written at or past `byte_size`, and nothing at all on failure.
+ *
+ * Fields read: exactly the syntax elements that the record's own flags and
+ * counts make present, in the order the readers read them. rbsp_stop_one_bit
+ * is not read. The writers emit what the readers accept:
+ *   SPS: the chroma block (chroma_format_idc ... scaling lists) only for the
+ *        profiles whose syntax has it, so the reader's implied 4:2:0 and depth
+ *        values of other profiles are not read; for pic_order_cnt_type 1 the
+ *        offsets are written as ue(v) codes, as the reader reads them, and the
+ *        one kept offset_for_ref_frame is written for every cycle entry.
+ *   PPS: the tail from transform_8x8_mode_flag on is written whenever
+ *        more_rbsp_data is 1 (which must be 0 or 1), even when all of it is
+ *        0; its scaling matrix has 6 + 2 x transform_8x8_mode_flag lists, as
+ *        the reader reads it.
+ *   Scaling lists are delta-coded from their stored entries: deltas in
+ *   -128..127, ending early with the delta that makes nextScale 0 when the
+ *   repeated tail would cost at least as many bits; a list of eights is
+ *   written as the single delta -8 that it was read from.
+ * A written unit reads back to the same record over every field the syntax
+ * carries, except where the PPS reader's kept reading rules read it
+ * otherwise: it drops a 0C after 00 00 (older recorders' units carry it),
+ * and in a unit that holds an emulation-prevention byte it may take the
+ * repeated last byte of its unescaped copy for the optional tail.
+ * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED). */
+QRV_API int qrvutilWrite_SPS(kx_bitstream *bs, const SPS_DECODED *sps);
+QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
+
+/* ---- Parameter-set validation ----------------------------------------------------- */
+
+/* Check one unit (NAL header byte first, emulation-prevention bytes in place,
+ * `size` bytes) against the syntax as the standard has it. Return 0 for a
+ * valid unit, else a negative status with a one-line reason in `reason`
+ * (`room` bytes, always terminated and cut to fit; null or 0 for none) that
+ * names the syntax element and the bit offset in the unit where the input
+ * stops making sense:
+ *   QRV_E_ARGUMENT     `unit` is null;
+ *   QRV_E_TRUNCATED    the unit ends inside an element;
+ *   QRV_E_RANGE        an element's value is outside its range;
+ *   QRV_E_SYNTAX       not a unit of this kind (nal_unit_type, forbidden bit),
+ *                      a stop bit missing or data after rbsp_trailing_bits;
+ *   QRV_E_UNSUPPORTED  valid, but this library's reader (qrvutilRead_SPS or
+ *                      qrvutilRead_PPS, kept reading rules) comes to another
+ *                      record or keeps less of it: more than 8 HRD entries,
+ *                      more than 256 slice group ids, a 03 after 00 00 in
+ *                      bytes 3-4, a PPS holding 00 00 0C, a PPS whose
+ *                      emulation-prevention byte makes the reader see a tail.
+ * A 4:4:4 PPS with 8x8 scaling lists for chroma is checked as the PPS reader
+ * reads it (6 + 2 x transform_8x8_mode_flag lists) and so fails. The readers
+ * themselves are unchanged: they still read whatever they are given. */
+QRV_API int qrvutilValidate_SPS(const uint8_t *unit, uint32_t size, char *reason, uint32_t room);
+QRV_API int qrvutilValidate_PPS(const uint8_t *unit, uint32_t size, char *reason, uint32_t room);
 
 /* ---- Slice headers ------------------------------------------------------------------ */
 
@@ -346,25 +430,127 @@ QRV_API int qrvutilWrite_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DEC
 
 /* ---- Unit framing and avcC -------------------------------------------------------------- */
 
-/* Start codes to 4-byte big-endian length prefixes, in place. The buffer must
- * have one spare byte after `len` for every 3-byte start code. Returns the new
- * length; a `len` below 1 is returned unchanged. */
+/* Framing read by qrvutilGetAvcc and qrvutilFindNalUnits (kept: recorded
+ * streams depend on it): every unit begins with a 4-byte big-endian field; a
+ * field of 1 (00 00 00 01) is a start code whose unit runs to the next
+ * 00 00 00 01, any other value is the unit's length.
+ * - A 3-byte start code (00 00 01) is not a code here: it stays inside the
+ *   unit before it.
+ * - In start-code form the last unit has no code after it and is never taken
+ *   (not decoded, not counted, not written to a box).
+ * - A walk stops when fewer than 5 bytes remain at a field, or at a unit that
+ *   would run past `length`. */
+
+/* Start codes (3 or 4 bytes) to 4-byte big-endian length prefixes, in place.
+ * Reads and writes buf[0 .. result); room: `len` plus one byte per 3-byte
+ * start code, which qrvUtilh264MarkerToSizeLength tells. Returns the new
+ * length; a `len` below 1 (or a null buf) is returned unchanged.
+ * - A 3-byte code is widened to 4 bytes; a 3-byte code in the last three
+ *   bytes is no code and stays in the unit before it.
+ * - Zero bytes before a 4-byte code stay at the end of the unit before it.
+ * - Bytes before the first code are not framed (they keep their place).
+ * - A stream with no code at all has its first four bytes overwritten with
+ *   len - 4, as if a code stood there (streams shorter than 4 bytes stay). */
 QRV_API int qrvUtilh264MarkerToSize(unsigned char *buf, int len);
-/* 4-byte length prefixes to 4-byte start codes, in place. Returns the length
- * of the valid data. */
+/* The length qrvUtilh264MarkerToSize will return for these bytes: `len` plus
+ * one per 3-byte start code that it widens, which is also the room it needs.
+ * Reads `len` bytes, writes none; a `len` below 1 is returned unchanged. */
+QRV_API int qrvUtilh264MarkerToSizeLength(const unsigned char *buf, int len);
+/* 4-byte length prefixes to 4-byte start codes, in place; writes only the
+ * fields, needs no room beyond `len`. Returns the length of the valid data:
+ * - `len` untouched when the buffer already begins with 00 00 00 01;
+ * - the offset of a zero length field (the data counts as ending there);
+ * - `len` when a length runs past the end: fields before it stay converted. */
 QRV_API unsigned qrvUtilh264SizeToMarker(unsigned char *buf, unsigned len);
-/* Writes an avcC box from the first SPS and PPS units in `units` to `out`
- * (room: 14 + 3 + SPS size + 3 + PPS size). Returns the box size. */
+/* Writes an avcC box (box header included) for the first SPS and the first
+ * PPS unit in `units` to `out`, and returns its size. Reads units->data and
+ * units->length only. Room: exactly qrvutilGetAvccRoom(units) bytes, which
+ * is 14, plus 2 + n for the SPS entry and 3 + n for the PPS entry, n being
+ * the length the walk takes for that unit (see the stride below), so it can
+ * exceed 14 + 3 + SPS + 3 + PPS. Returns 0 when `out` is null.
+ * - Stride (kept: peers read boxes written this way): the first unit's length
+ *   serves every later unit, whose fields are not read; in start-code form
+ *   the first unit is measured to the next 00 00 00 01 and that length then
+ *   serves every later unit (a length of 1 is measured again at each unit).
+ * - Entries stand in stream order, so a PPS before the SPS is written first.
+ * - Byte 13 is 0xE1 (one SPS) and bytes 9-11 are 0 when there is no SPS; no
+ *   chroma or bit-depth trailer is written. Fewer than 5 bytes give the
+ *   14-byte header alone. */
 QRV_API int qrvutilGetAvcc(NAL_BUFFER *units, unsigned char *out);
+/* The exact room qrvutilGetAvcc writes for these units (its return value),
+ * stride included. Reads the units, writes nothing; 14 for null units. */
+QRV_API uint32_t qrvutilGetAvccRoom(const NAL_BUFFER *units);
 /* Reads an avcC box at the reader's position; copies its first SPS and PPS
- * to `sps` and `pps` when those are not null. Returns -1 for a zero box size,
- * else 0. */
+ * to `sps` and `pps` when those are not null (each decoded from a private
+ * copy). Returns -1 for a zero box size (records untouched), else 0.
+ * - PPS entries of 513 bytes or more are passed over unread.
+ * - The high-profile trailer is read past, never returned. */
 QRV_API int qrvutilReadAvcc(kx_bitstream *bs, SPS_DECODED *sps, PPS_DECODED *pps);
-/* Walks every unit in `units`, decoding parameter sets into `sps` and `pps`
- * (after the avcC box `avcc`, when not null) and slice headers into scratch.
- * Returns the number of units walked. */
+/* Walks every unit in `units` (framing above), decoding SPS and PPS units
+ * into `sps` and `pps` (a later one overwrites an earlier one; null records
+ * are replaced by scratch ones) and slice headers into scratch records.
+ * When `avcc` is not null its box is read first, as if cut at 512 bytes.
+ * Returns the number of units walked.
+ * - Writes into units->data: each SEI unit is cleaned in place (every 03 or
+ *   0C after two zero bytes removed, the unit's length kept, so its last byte
+ *   repeats once per removal).
+ * - A unit of type 0 counts, and the walk then moves one byte on from its
+ *   field and over any zero bytes there (when the field began with 0). */
 QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED *pps,
                                 const unsigned char *avcc);
+
+/* ---- Closing SEI and inserting parameter sets ------------------------------------ */
+
+/* Works on one access unit: `frame->length` bytes at `frame->data`, its units
+ * framed by 3- or 4-byte start codes or by 4-byte big-endian lengths (one
+ * framing per frame, taken from the first unit); `capacity` is the room of the
+ * block at `data`.
+ *  - Every SEI unit whose message chain (payloadType and payloadSize with
+ *    their FF extension bytes, over the unescaped payload) is not followed by
+ *    rbsp_trailing_bits gets the stop byte 0x80 right after the chain (a
+ *    chain may end in zero bytes, up to the zero_byte of a 4-byte code).
+ *  - When the access unit holds an IDR slice (type 5) and no SPS (resp. PPS)
+ *    before its first slice, `sps` (resp. `pps`) is written with the writers
+ *    above and inserted after any access unit delimiter and before any SEI
+ *    and the first slice, SPS before PPS, with a 4-byte start code or a
+ *    4-byte length as the frame's framing has it. A null record inserts
+ *    nothing of its kind.
+ * Returns the new length, also stored in frame->length. On failure the bytes
+ * at `data` and `length` are exactly as they were, and it returns
+ *   QRV_E_ARGUMENT   `frame` or its data is null, or length > capacity;
+ *   QRV_E_ROOM       the result does not fit `capacity`;
+ *   QRV_E_TRUNCATED  a unit runs past `length` (an SEI unit whose messages do
+ *                    not parse is no failure: it is left as it is);
+ *   QRV_E_RANGE      a record that its writer refuses.
+ * Linear in the frame's size: the tail moves once per inserted unit or byte.
+ *
+ * The leading storage of NAL_BUFFER is this routine's bookkeeping: it reads
+ * nothing from it (a zeroed record is fine) and on success leaves there a
+ * QRV_NAL_UNIT_COUNTS of this call; on failure the storage is untouched too. */
+QRV_API int qrvutilAddNalUnits(NAL_BUFFER *frame, uint32_t capacity, const SPS_DECODED *sps,
+                               const PPS_DECODED *pps);
+
+/* ---- A standard avcC ---------------------------------------------------------------- */
+
+/* Builds an avcC box (size and type included, as qrvutilGetAvcc writes) from
+ * every SPS, PPS and SPS-extension unit in `units` (`length` bytes, 3- or
+ * 4-byte start codes or 4-byte big-endian lengths, one framing throughout),
+ * each kind in stream order, a unit equal to an earlier one left out;
+ * lengthSizeMinusOne is 3. Profile, compatibility and level are bytes 1-3 of
+ * the first SPS. For every profile but Baseline (66), Main (77) and Extended
+ * (88) the trailer follows, with chroma format and bit depths from the first
+ * SPS (4:2:0 8-bit for profiles whose SPS does not state them) and the
+ * SPS-extension units; this is the box common MP4 muxers write. Units behind
+ * start codes end before the next start code's zero_byte.
+ * Returns the box size; with `out` null, the size needed. Fails with
+ *   QRV_E_ARGUMENT   `units` is null while length is not 0;
+ *   QRV_E_SYNTAX     no SPS, or a first SPS shorter than 4 bytes;
+ *   QRV_E_TRUNCATED  a length field runs past `length`;
+ *   QRV_E_RANGE      more than 31 distinct SPS or 255 PPS or SPS extensions,
+ *                    or a unit over 65535 bytes;
+ *   QRV_E_ROOM       the box does not fit `capacity` (nothing is written).
+ * qrvutilGetAvcc keeps its own layout; this call is the standard one. */
+QRV_API int qrvutilMakeAvcc(const uint8_t *units, uint32_t length, uint8_t *out, uint32_t capacity);
 
 QRV_EXTERN_C_END
 

@@ -44,6 +44,8 @@ source_clip s120x90 120x90 10
 source_clip s128x96 128x96 12
 source_clip s160x120 160x120 10
 source_clip s64x48_444p10 64x48 4 yuv444p10le
+source_clip s100x70_422p10 100x70 6 yuv422p10le
+source_clip s64x48_444p 64x48 4 yuv444p
 
 # Custom scaling lists (put into the PPS by the encoder)
 ramp16=$(python3 -c "print(','.join(str(6 + 2 * i) for i in range(16)))")
@@ -63,6 +65,16 @@ encode hrd_vui s128x96 --profile high --nal-hrd vbr --vbv-maxrate 400 --vbv-bufs
     --overscan show --videoformat pal --chromaloc 1 --sar 4:3 --bframes 1 --frames 8
 encode hi444_lossless10 s64x48_444p10 --profile high444 --input-csp i444 --output-csp i444 \
     --output-depth 10 --qp 0 --frames 4
+
+# Written back by the parameter-set writers: default (jvt) scaling lists, a
+# cropped 4:2:2 10-bit picture with CBR NAL HRD, and 4:4:4 with 8x8 lists
+# for chroma in its PPS. x264 codes interlace as MBAFF (mbaff) or as frames
+# of a field-coded SPS (interlaced_frames); it writes no field pictures.
+encode cqm_jvt s128x96 --profile high --8x8dct --cqm jvt --bframes 1 --b-adapt 0 --frames 6
+encode hi422_10_crop s100x70_422p10 --profile high422 --input-csp i422 --output-csp i422 \
+    --output-depth 10 --nal-hrd cbr --vbv-maxrate 300 --vbv-bufsize 300 --bitrate 300 --frames 6
+encode hi444_cqm s64x48_444p --profile high444 --input-csp i444 --output-csp i444 --8x8dct \
+    --cqm jvt --frames 4
 
 python3 - "$here/slices4.h264" "$here/long_startcodes.h264" <<'PY'
 import re, sys
@@ -183,7 +195,7 @@ PY
 }
 
 for clip in baseline_cavlc main_cabac_b high_cqm mbaff interlaced_frames slices4 weightp hrd_vui \
-            hi444_lossless10 long_startcodes; do
+            hi444_lossless10 long_startcodes cqm_jvt hi422_10_crop hi444_cqm; do
     reduce_trace "$clip" > "$here/$clip.fields"
     extract_avcc "$clip"
 done

@@ -1,5 +1,5 @@
 // Bit reader and writer over a caller's byte buffer, MSB first.
-#include "h264/bitstream_internal.h"
+#include "bits/bitstream_internal.h"
 
 using qrv::len_table_mini;
 
@@ -62,15 +62,7 @@ void WriteBit(kx_bitstream *bs, int b)
 
 int intlog2(int32_t x)
 {
-    if (x < 0)
-        x = 0;
-    const uint32_t v = static_cast<uint32_t>(x);
-    int n = 0;
-    while (n < 32 && (v >> n) != 0)
-        ++n;
-    if (n >= 1 && v == (1u << (n - 1)))
-        return n - 1;
-    return n;
+    return qrv::ceilLog2(x < 0 ? 0u : static_cast<uint64_t>(x)); // negative counts as 0
 }
 
 QRV_EXTERN_C_BEGIN

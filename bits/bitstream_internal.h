@@ -1,4 +1,5 @@
-// Bit reader internals shared by the H.264 and AAC header code.
+// Bit reader internals shared by the H.264 and AAC header code (bits/ is the
+// layer both build on).
 //
 // The readers here are the ones the exported ReadBit/ReadBits/... wrap; the
 // parameter-set and slice-header readers call them directly so that they
@@ -128,6 +129,16 @@ inline int32_t readU(kx_bitstream *bs, int32_t n)
 inline int32_t readUeField(kx_bitstream *bs)
 {
     return static_cast<int32_t>(readUe(bs));
+}
+
+// Ceil(Log2(n)): 0 for n of 0 or 1. The one ceil-log2 of the library
+// (intlog2 is this over signed values).
+constexpr int32_t ceilLog2(uint64_t n)
+{
+    int32_t bits = 0;
+    while (bits < 64 && (uint64_t{1} << bits) < n)
+        ++bits;
+    return bits;
 }
 
 inline bool pastEnd(const kx_bitstream *bs)
