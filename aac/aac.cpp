@@ -9,13 +9,6 @@
 
 namespace {
 
-static_assert(sizeof(AAC_CONFIG) == 28, "AAC_CONFIG is seven 32-bit fields");
-static_assert(offsetof(AAC_CONFIG, samplingFrequency) == 8, "AAC_CONFIG layout");
-static_assert(offsetof(AAC_CONFIG, extensionFlag) == 24, "AAC_CONFIG layout");
-static_assert(sizeof(ADTS_HEADER) == 64, "ADTS_HEADER is sixteen 32-bit fields");
-static_assert(offsetof(ADTS_HEADER, aac_frame_length) == 48, "ADTS_HEADER layout");
-static_assert(offsetof(ADTS_HEADER, crc_check) == 60, "ADTS_HEADER layout");
-
 // Frequencies by samplingFrequencyIndex; 13 and 14 are reserved and read as 0.
 constexpr uint32_t kSamplingFrequencies[] = {96000, 88200, 64000, 48000, 44100,
                                              32000, 24000, 22050, 16000, 12000,

@@ -3,6 +3,7 @@
 // Loading overlays only the values a store holds; writing mirrors the whole
 // record, deleting the values of unset slots.
 #include <qrvutil/clipinfo.h>
+#include <qrvutil/version.h>
 
 #include <cstdio>
 #include <cstring>
@@ -24,9 +25,10 @@ constexpr char kUserFile[] = "UserMetadata.xml";
 // has no name and is never stored either.
 constexpr int kFirstStoredTextSlot = 5;
 
-// The version a load reports in "VersionString", whatever the store holds.
-constexpr int kLibraryVersion[] = {6, 0, 0, 173};
+// A load reports the library's version in "VersionString", whatever the
+// store holds; the block size is the one hosts have always been given.
 constexpr size_t kVersionBlockSize = 18;
+static_assert(sizeof(QRVUTIL_VERSION_STRING) <= kVersionBlockSize, "version text fits its block");
 
 // Room the reader adds after the size the store asks for; kept zeroed so the
 // text is terminated even if the store fills the whole size it reported.
@@ -45,8 +47,7 @@ void setVersionText(char *&slot)
     hostFree(slot);
     slot = static_cast<char *>(hostAlloc(kVersionBlockSize));
     if (slot != nullptr)
-        std::snprintf(slot, kVersionBlockSize, "%d.%d.%d.%d", kLibraryVersion[0],
-                      kLibraryVersion[1], kLibraryVersion[2], kLibraryVersion[3]);
+        std::snprintf(slot, kVersionBlockSize, "%s", QRVUTIL_VERSION_STRING);
 }
 
 // A size the store reports that cannot be allocated with its slack (only

@@ -40,21 +40,8 @@ struct El {
 // zeros, which the reader's code arithmetic wraps to 0.
 constexpr uint32_t kUeMax = 0xFFFFFFFEu;
 
-// Profiles whose SPS carries chroma format, bit depths and scaling lists.
-// 138, 139, 134 and 135 are not in it: recorded streams of those profiles
-// were always read as 4:2:0 8-bit, and that reading is kept.
-constexpr int32_t kChromaSyntaxProfiles[] = {83, 86, 100, 110, 118, 122, 128, 244, 44};
-
-inline bool hasChromaSyntax(int32_t profile_idc)
-{
-    for (int32_t p : kChromaSyntaxProfiles) {
-        if (p == profile_idc)
-            return true;
-    }
-    return false;
-}
-
-constexpr int32_t kExtendedSar = 255;
+// kChromaSyntaxProfiles, hasChromaSyntax() and kExtendedSar come from
+// h264/syntax.h, shared with the geometry helper.
 
 // ---- Shared pieces ----------------------------------------------------------
 

@@ -31,6 +31,23 @@ void read_dec_ref_pic_marking(kx_bitstream *bs, SLICE_HEADER *sh, unsigned nal_u
 
 namespace qrv {
 
+// Profiles whose SPS carries chroma format, bit depths and scaling lists.
+// 138, 139, 134 and 135 are not in it: recorded streams of those profiles
+// were always read as 4:2:0 8-bit, and that reading is kept.
+inline constexpr int32_t kChromaSyntaxProfiles[] = {83, 86, 100, 110, 118, 122, 128, 244, 44};
+
+inline bool hasChromaSyntax(int32_t profile_idc)
+{
+    for (int32_t p : kChromaSyntaxProfiles) {
+        if (p == profile_idc)
+            return true;
+    }
+    return false;
+}
+
+// aspect_ratio_idc of a sample aspect ratio given as sar_width:sar_height.
+inline constexpr int32_t kExtendedSar = 255;
+
 // Slice types after folding 5..9 onto 0..4.
 enum SliceKind : int32_t { kSliceP = 0, kSliceB = 1, kSliceI = 2, kSliceSP = 3, kSliceSI = 4 };
 

@@ -17,7 +17,7 @@ char *intToString(int value, char *buffer, int radix)
     }
     unsigned magnitude = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
     const unsigned base = static_cast<unsigned>(radix);
-    char reversed[32];
+    char reversed[QRV_INTEGER_TEXT_SIZE - 2]; /* the digits only: no sign, no terminator */
     int count = 0;
     do {
         reversed[count++] = kDigits[magnitude % base];

@@ -7,29 +7,19 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/timecode_types.h"
+
 namespace {
 
-struct TimecodeType {
-    unsigned code;          /* low byte of the flags */
-    unsigned fps;           /* nominal frames per second of the labels */
-    unsigned dropPerMinute; /* labels skipped at the start of each minute not divisible by ten */
-};
+using qrv::TimecodeType;
 
-/* 23.976 is counted as 24 like film; 29.97 and 59.94 drop labels so that
- * the text keeps pace with the clock. */
-constexpr TimecodeType kTimecodeTypes[] = {
-    {1, 24, 0},  {2, 30, 0},  {4, 30, 2},   {8, 25, 0},   {16, 50, 0},
-    {32, 60, 4}, {64, 60, 0}, {128, 24, 0}, {132, 24, 0},
-};
+constexpr unsigned kTextMax = QRV_TIMECODE_TEXT_SIZE - 1;
 
-constexpr unsigned kTextMax = 15;
-
+/* The type of the low byte of `flags`, or null for one without labels. */
 const TimecodeType *findType(unsigned flags)
 {
-    for (const TimecodeType &t : kTimecodeTypes)
-        if (t.code == (flags & 0xFFu))
-            return &t;
-    return nullptr;
+    const TimecodeType &t = qrv::timecodeType(flags);
+    return t.labelsPerSecond != 0 ? &t : nullptr;
 }
 
 /* Frame count to label count: add back the labels skipped before it. */
@@ -38,8 +28,8 @@ uint64_t labelsFromFrames(uint64_t frames, const TimecodeType &t)
     if (t.dropPerMinute == 0)
         return frames;
     const uint64_t drop = t.dropPerMinute;
-    const uint64_t perMinute = t.fps * 60 - drop;
-    const uint64_t perTenMinutes = t.fps * 600 - drop * 9;
+    const uint64_t perMinute = t.labelsPerSecond * 60 - drop;
+    const uint64_t perTenMinutes = t.labelsPerSecond * 600 - drop * 9;
     const uint64_t tens = frames / perTenMinutes;
     const uint64_t rest = frames % perTenMinutes;
     uint64_t labels = frames + drop * 9 * tens;
@@ -51,9 +41,9 @@ uint64_t labelsFromFrames(uint64_t frames, const TimecodeType &t)
 /* Label count to frame count; false for a label that the rate skips. */
 bool framesFromLabels(uint64_t labels, const TimecodeType &t, uint64_t *frames)
 {
-    const uint64_t minutes = labels / (t.fps * 60);
+    const uint64_t minutes = labels / (t.labelsPerSecond * 60);
     const uint64_t skippedMinutes = minutes - minutes / 10;
-    if (t.dropPerMinute != 0 && minutes % 10 != 0 && labels % (t.fps * 60) < t.dropPerMinute)
+    if (t.dropPerMinute != 0 && minutes % 10 != 0 && labels % (t.labelsPerSecond * 60) < t.dropPerMinute)
         return false;
     *frames = labels - t.dropPerMinute * skippedMinutes;
     return true;
@@ -113,8 +103,8 @@ int tcToString(unsigned frames, unsigned flags, char *text)
     if (!t)
         return copyText(formatted, std::snprintf(formatted, sizeof formatted, "%u", frames), text);
     uint64_t labels = labelsFromFrames(frames, *t);
-    const unsigned ff = static_cast<unsigned>(labels % t->fps);
-    labels /= t->fps;
+    const unsigned ff = static_cast<unsigned>(labels % t->labelsPerSecond);
+    labels /= t->labelsPerSecond;
     const unsigned ss = static_cast<unsigned>(labels % 60);
     labels /= 60;
     const unsigned mm = static_cast<unsigned>(labels % 60);
@@ -145,7 +135,7 @@ int tcToFrame(const char *text, unsigned flags, unsigned *frames)
     } else {
         if (!t)
             return -1;
-        const uint64_t limits[4] = {UINT64_MAX, 60, 60, t->fps};
+        const uint64_t limits[4] = {UINT64_MAX, 60, 60, t->labelsPerSecond};
         uint64_t labels = 0;
         for (int i = 0; i < count; ++i) {
             const uint64_t value = fields[i];

@@ -15,6 +15,7 @@ using qrv::mediacmd::kAreaSize;
 using qrv::mediacmd::kCommandCount;
 using qrv::mediacmd::kCommandTexts;
 using qrv::mediacmd::kFileNameSize;
+using qrv::mediacmd::speedPercent;
 
 namespace {
 
@@ -62,11 +63,6 @@ constexpr PointPiece kPointPieces[] = {
     {cfUseEndOffset, "UseEndOffset (%d) ", &MEDIACMD::End},
 };
 
-/* Percent of normal speed, truncated toward zero. */
-long speedPercent(int32_t speed) {
-    return static_cast<long>(static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL);
-}
-
 void addCommand(TraceLine &line, const MEDIACMD &cmd) {
     if (cmd.Cmd >= kCommandCount) return;
     if (cmd.Cmd == ctGetValue) {
@@ -92,7 +88,7 @@ const char *cmdAltLabel(uint32_t flags) {
 void addFlags(TraceLine &line, const MEDIACMD &cmd) {
     const uint32_t flags = cmd.cmdFlags;
     if (flags & cfDeferred) line.append("Deferred ");
-    if (flags & cfUseSpeed) line.add("UseSpeed (%ld) ", speedPercent(cmd.Speed));
+    if (flags & cfUseSpeed) line.add("UseSpeed (%ld) ", static_cast<long>(speedPercent(cmd.Speed)));
     for (const PointPiece &piece : kPointPieces)
         if (flags & piece.flag) line.add(piece.format, cmd.*piece.field);
     if (flags & cfUseCmdAlt) {
@@ -134,7 +130,7 @@ int __dbgout_tc(unsigned frames, int tcType) {
     const unsigned type = static_cast<unsigned>(tcType) & 0xFFu;
     /* Type 0 has no timecode rate of its own: show it as non-drop-frame. */
     const unsigned flags = type ? (type | 0x10100u) : 0x10102u;
-    char text[32] = {};
+    char text[QRV_TIMECODE_TEXT_SIZE] = {};
     tcToString(frames, flags, text);
     return logDebug(text);
 }

@@ -76,6 +76,12 @@ constexpr bool impliedSpeed(uint32_t ct, int32_t *speed) {
     return false;
 }
 
+/* Percent of normal speed, truncated toward zero, as the debug text and the
+ * XML form show it. */
+constexpr int64_t speedPercent(int32_t speed) {
+    return static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL;
+}
+
 constexpr bool isValueCommand(uint32_t ct) {
     return ct == ctGetValue || ct == ctSetValue || ct == ctValueSupported;
 }

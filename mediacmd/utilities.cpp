@@ -228,7 +228,7 @@ unsigned speedReps(unsigned *counter, int speed) {
     if (speed == 0) return 0;
     if (speed != MEDIACMD_SPEED_UNSET && speed != gRepeat.lastSpeed) {
         gRepeat.lastSpeed = speed;
-        gRepeat.factor = std::fabs(static_cast<double>(speed)) / 32760.0;
+        gRepeat.factor = std::fabs(static_cast<double>(speed)) / (MEDIACMD_SPEED_NORMAL / 2.0);
         gRepeat.accumulator = 0.0;
     }
     /* Reverse speeds always take the slow path. */
@@ -237,7 +237,7 @@ unsigned speedReps(unsigned *counter, int speed) {
 }
 
 unsigned speedRate(int speed) {
-    const double r = std::fabs(static_cast<double>(speed)) / 65520.0;
+    const double r = std::fabs(static_cast<double>(speed)) / MEDIACMD_SPEED_NORMAL;
     const unsigned whole = static_cast<unsigned>(wholePart(r));
     const unsigned fraction = static_cast<unsigned>(fractionPart(r) * 65536.0) & 0xFFFFu;
     return (whole << 16) | fraction;

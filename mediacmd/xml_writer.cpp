@@ -66,20 +66,15 @@ void setFlagAttributes(TiXmlElement *element, uint32_t flags, const FlagAttribut
 }
 
 std::string integerText(int value, int radix) {
-    char text[40] = {};
+    char text[QRV_INTEGER_TEXT_SIZE] = {};
     intToString(value, text, radix);
     return text;
 }
 
 std::string timecodeText(int32_t frames, uint32_t form) {
-    char text[32] = {};
+    char text[QRV_TIMECODE_TEXT_SIZE] = {};
     tcToString(static_cast<uint32_t>(frames), form, text);
     return text;
-}
-
-/* Percent of normal speed, truncated toward zero. */
-int speedPercent(int32_t speed) {
-    return static_cast<int>(static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL);
 }
 
 /* Text of the bytes [p, p + limit) up to their first zero. */
@@ -114,7 +109,7 @@ void writeSpeed(TiXmlElement *root, const MEDIACMD *cmd) {
         if (!(flags & cfIsShuttle) && cmd->Cmd != ctPlay && cmd->Cmd != ctRecord) return;
         value = MEDIACMD_SPEED_NORMAL;
     }
-    TiXmlElement *element = addTextElement(root, "Speed", integerText(speedPercent(cmd->Speed), 25));
+    TiXmlElement *element = addTextElement(root, "Speed", integerText(static_cast<int>(speedPercent(cmd->Speed)), 25));
     element->SetAttribute("Value", value);
     if (flags & cfIsShuttle) element->SetAttribute("IsShuttle", 1);
 }

@@ -204,7 +204,7 @@ int CKXProjectToXML::GetConfigString(char *key, char *out) {
 // Numbers are stored as signed decimal text, so values above 2^31 - 1 appear
 // in the file as negative numbers; GetConfigDWORD turns them back.
 int CKXProjectToXML::SetConfigDWORD(char *key, unsigned value) {
-    char text[34];
+    char text[QRV_INTEGER_TEXT_SIZE];
     intToString(static_cast<int>(value), text, 10);
     return SetConfigString(key, text);
 }

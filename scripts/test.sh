@@ -9,7 +9,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/deps.sh"
 kind=${1:-plain}
 
-args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DQRVUTIL_WARNINGS_AS_ERRORS=ON)
 envs=()
 case "$kind" in
     plain) ensure_packages $QRV_TEST_PACKAGES ;;

@@ -2,11 +2,13 @@
 #ifndef QRVUTIL_TRANSPORT_FIXED_POINT_H
 #define QRVUTIL_TRANSPORT_FIXED_POINT_H
 
+#include <qrvutil/transport.h>
+
 #include <stdint.h>
 
 namespace qrv::transport {
 
-constexpr int64_t kUnit = 65520;
+constexpr int64_t kUnit = QRV_TRANSPORT_UNIT;
 
 struct Split {
     int64_t whole;    /* floor(v / 65520) */

@@ -93,15 +93,6 @@ void store(const RatePair &pair, unsigned *rate, unsigned *scale)
     *scale = pair.scale;
 }
 
-const TcTiming &tcTiming(unsigned tcType)
-{
-    const uint32_t type = tcType & 0xFFu;
-    for (const auto &t : kTcTimings)
-        if (t.type == type)
-            return t;
-    return kTcTimings[0];
-}
-
 /* Pairs given in hundredths or thousandths of a frame: see kScaledRates. */
 bool normalizeScaledRate(unsigned *rate, unsigned *scale)
 {
@@ -164,6 +155,7 @@ uint32_t truncateToU32(double v)
 
 } // namespace qrv::video
 
+using namespace qrv;
 using namespace qrv::video;
 
 int vidRateScale(unsigned code, unsigned *rate, unsigned *scale)
@@ -253,17 +245,17 @@ unsigned vidMsPerFrame(unsigned code, unsigned rate, unsigned scale)
 
 double vidTCFramesPerSecD(unsigned tcType)
 {
-    return tcTiming(tcType).fps;
+    return timecodeType(tcType).fps;
 }
 
 double vidTCMsPerFrameD(unsigned tcType)
 {
-    return tcTiming(tcType).msPerFrame;
+    return timecodeType(tcType).msPerFrame;
 }
 
 unsigned vidTCMsPerFrame(unsigned tcType)
 {
-    return tcTiming(tcType).msPerFrameRounded;
+    return timecodeType(tcType).msPerFrameRounded;
 }
 
 unsigned vidGetTCType(double fps)
@@ -285,7 +277,7 @@ int vidConvertTC(unsigned *frame, unsigned toType, unsigned rate, unsigned scale
     const unsigned fromType = vidGetTCType(framesPerSecond(rate, scale));
     if (fromType == toType)
         return 0;
-    char text[16] = {0};
+    char text[QRV_TIMECODE_TEXT_SIZE] = {0};
     tcToString(*frame, fromType | kTcTextForm, text);
     text[sizeof text - 1] = '\0';
     unsigned converted = 0;

@@ -5,6 +5,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "host/timecode_types.h"
+
 namespace qrv::video {
 
 constexpr uint32_t kUnknown = 0xFFFFFFFFu;
@@ -80,18 +82,6 @@ constexpr RatePair k7193{72000, 1001};
 constexpr RatePair k72{72, 1};
 constexpr RatePair k100{100, 1};
 constexpr RatePair k11988{120000, 1001};
-
-/* Timecode type codes. */
-constexpr uint32_t kTcFrames = 0;
-constexpr uint32_t kTcFilm = 1;
-constexpr uint32_t kTcNonDrop = 2;
-constexpr uint32_t kTcDrop = 4;
-constexpr uint32_t kTcPal = 8;
-constexpr uint32_t kTc50 = 16;
-constexpr uint32_t kTc5994 = 32;
-constexpr uint32_t kTc60 = 64;
-constexpr uint32_t kTcFilmDrop = 128;
-constexpr uint32_t kTc2398 = 132;
 
 /* A rate code (bits 0-8 of a signal format): its exact pair, its text in
  * format names, and the timecode type a format of that rate counts in.
@@ -234,29 +224,6 @@ inline constexpr NamedFormat kNamedFormats[] = {
 
 /* The longest name, "4096x2160psf 29.97fps", is 21 characters. */
 constexpr size_t kLongestName = 21;
-
-/* Timing of a timecode type. Type 2 counts 30 frames a second but keeps the
- * 29.97 frame period in both period functions: non-drop-frame timecode
- * counts 30 a second on 29.97 video, and the period is the video's. */
-struct TcTiming {
-    uint32_t type;
-    double fps;
-    double msPerFrame;
-    uint32_t msPerFrameRounded;
-};
-
-inline constexpr TcTiming kTcTimings[] = {
-    {kTcFrames, 29.97002997002997, 33.36666666666667, 33},
-    {kTcFilm, 24.0, 41.666666666666664, 42},
-    {kTcNonDrop, 30.0, 33.36666666666667, 33},
-    {kTcDrop, 29.97002997002997, 33.36666666666667, 33},
-    {kTcPal, 25.0, 40.0, 40},
-    {kTc50, 50.0, 20.0, 20},
-    {kTc5994, 59.94005994005994, 16.68333333333333, 17},
-    {kTc60, 60.0, 16.66666666666667, 17},
-    {kTcFilmDrop, 23.976023976023978, 41.708333333333336, 42},
-    {kTc2398, 23.976023976023978, 41.708333333333336, 42},
-};
 
 /* vidNormalizeRateScale: rates given in hundredths or thousandths. A rate in
  * [first, last] is decided here alone: the row whose quotient rate / scale

@@ -29,13 +29,8 @@ typedef struct kx_bitstream {
     uintptr_t bit_pos;   /* index of the next bit */
 } kx_bitstream;
 
-#ifdef __cplusplus
-static_assert(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
-static_assert(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
-#else
-_Static_assert(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
-_Static_assert(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
-#endif
+QRV_STATIC_ASSERT(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
+QRV_STATIC_ASSERT(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
 
 /* Every call reads or writes at bit_pos and moves it past what it read or
  * wrote; readers read bytes up to index bit_end / 8 (one past the data, see

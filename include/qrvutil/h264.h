@@ -17,12 +17,6 @@
 #include "export.h"
 #include "status.h"
 
-#ifdef __cplusplus
-#define QRV_H264_LAYOUT(cond, what) static_assert(cond, what)
-#else
-#define QRV_H264_LAYOUT(cond, what) _Static_assert(cond, what)
-#endif
-
 QRV_EXTERN_C_BEGIN
 
 /* ---- Sequence parameter set ------------------------------------------------ */
@@ -288,46 +282,46 @@ typedef struct __attribute__((packed)) NAL_BUFFER {
 
 /* ---- Layout checks: the same on 32-bit and 64-bit builds ------------------------- */
 
-QRV_H264_LAYOUT(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 fields");
-QRV_H264_LAYOUT(offsetof(hdr_parameters, cbr_flag) == 19 * 4, "hdr_parameters.cbr_flag");
-QRV_H264_LAYOUT(sizeof(SPS_DECODED) == 639 * 4, "SPS_DECODED is 639 fields");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, chroma_format_idc) == 13 * 4, "SPS chroma_format_idc");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, ScalingList8x8) == 128 * 4, "SPS ScalingList8x8");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, separate_colour_plane_flag) == 518 * 4, "SPS bit depths");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, log2_max_frame_num_minus4) == 523 * 4, "SPS frame_num");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, max_num_ref_frames) == 531 * 4, "SPS ref frames");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, vui_parameters_present_flag) == 543 * 4, "SPS VUI");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, nal_hrd) == 566 * 4, "SPS NAL HRD");
-QRV_H264_LAYOUT(offsetof(SPS_DECODED, low_delay_hrd_flag) == 628 * 4, "SPS tail");
-QRV_H264_LAYOUT(sizeof(PPS_DECODED) == 811 * 4, "PPS_DECODED is 811 fields");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, run_length_minus1) == 9 * 4, "PPS slice groups");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, slice_group_id) == 36 * 4, "PPS slice_group_id");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, num_ref_idx_l0_default_active_minus1) == 292 * 4,
-                "PPS ref idx defaults");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, more_rbsp_data) == 302 * 4, "PPS more_rbsp_data");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, pic_scaling_list_present_flag) == 305 * 4,
-                "PPS scaling block");
-QRV_H264_LAYOUT(offsetof(PPS_DECODED, second_chroma_qp_index_offset) == 809 * 4,
-                "PPS second chroma offset");
-QRV_H264_LAYOUT(sizeof(SLICE_HEADER) == 819 * 4, "SLICE_HEADER is 819 fields");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, reserved) == 19 * 4, "SLICE_HEADER unused fields");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, cabac_init_idc) == 24 * 4, "SLICE_HEADER cabac");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4,
-                "SLICE_HEADER weights");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, luma_weight_l1_flag) == 420 * 4, "SLICE_HEADER list 1");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 * 4,
-                "SLICE_HEADER reordering");
-QRV_H264_LAYOUT(offsetof(SLICE_HEADER, no_output_of_prior_pics_flag) == 811 * 4,
-                "SLICE_HEADER marking");
-QRV_H264_LAYOUT(offsetof(NAL_BUFFER, data) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER.data");
-QRV_H264_LAYOUT(sizeof(QRV_NAL_UNIT_COUNTS) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER bookkeeping");
-QRV_H264_LAYOUT(offsetof(QRV_NAL_UNIT_COUNTS, inserted_pps) == 12, "QRV_NAL_UNIT_COUNTS");
-QRV_H264_LAYOUT(offsetof(NAL_BUFFER, reserved) == QRV_NAL_BUFFER_STORAGE + sizeof(void *),
-                "NAL_BUFFER unused field");
-QRV_H264_LAYOUT(offsetof(NAL_BUFFER, length) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 4,
-                "NAL_BUFFER.length");
-QRV_H264_LAYOUT(sizeof(NAL_BUFFER) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 8,
-                "NAL_BUFFER is packed");
+QRV_STATIC_ASSERT(sizeof(hdr_parameters) == 31 * 4, "hdr_parameters is 31 fields");
+QRV_STATIC_ASSERT(offsetof(hdr_parameters, cbr_flag) == 19 * 4, "hdr_parameters.cbr_flag");
+QRV_STATIC_ASSERT(sizeof(SPS_DECODED) == 639 * 4, "SPS_DECODED is 639 fields");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, chroma_format_idc) == 13 * 4, "SPS chroma_format_idc");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, ScalingList8x8) == 128 * 4, "SPS ScalingList8x8");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, separate_colour_plane_flag) == 518 * 4, "SPS bit depths");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, log2_max_frame_num_minus4) == 523 * 4, "SPS frame_num");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, max_num_ref_frames) == 531 * 4, "SPS ref frames");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, vui_parameters_present_flag) == 543 * 4, "SPS VUI");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, nal_hrd) == 566 * 4, "SPS NAL HRD");
+QRV_STATIC_ASSERT(offsetof(SPS_DECODED, low_delay_hrd_flag) == 628 * 4, "SPS tail");
+QRV_STATIC_ASSERT(sizeof(PPS_DECODED) == 811 * 4, "PPS_DECODED is 811 fields");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, run_length_minus1) == 9 * 4, "PPS slice groups");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, slice_group_id) == 36 * 4, "PPS slice_group_id");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, num_ref_idx_l0_default_active_minus1) == 292 * 4,
+                  "PPS ref idx defaults");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, more_rbsp_data) == 302 * 4, "PPS more_rbsp_data");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, pic_scaling_list_present_flag) == 305 * 4,
+                  "PPS scaling block");
+QRV_STATIC_ASSERT(offsetof(PPS_DECODED, second_chroma_qp_index_offset) == 809 * 4,
+                  "PPS second chroma offset");
+QRV_STATIC_ASSERT(sizeof(SLICE_HEADER) == 819 * 4, "SLICE_HEADER is 819 fields");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, reserved) == 19 * 4, "SLICE_HEADER unused fields");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, cabac_init_idc) == 24 * 4, "SLICE_HEADER cabac");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4,
+                  "SLICE_HEADER weights");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_weight_l1_flag) == 420 * 4, "SLICE_HEADER list 1");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 * 4,
+                  "SLICE_HEADER reordering");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, no_output_of_prior_pics_flag) == 811 * 4,
+                  "SLICE_HEADER marking");
+QRV_STATIC_ASSERT(offsetof(NAL_BUFFER, data) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER.data");
+QRV_STATIC_ASSERT(sizeof(QRV_NAL_UNIT_COUNTS) == QRV_NAL_BUFFER_STORAGE, "NAL_BUFFER bookkeeping");
+QRV_STATIC_ASSERT(offsetof(QRV_NAL_UNIT_COUNTS, inserted_pps) == 12, "QRV_NAL_UNIT_COUNTS");
+QRV_STATIC_ASSERT(offsetof(NAL_BUFFER, reserved) == QRV_NAL_BUFFER_STORAGE + sizeof(void *),
+                  "NAL_BUFFER unused field");
+QRV_STATIC_ASSERT(offsetof(NAL_BUFFER, length) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 4,
+                  "NAL_BUFFER.length");
+QRV_STATIC_ASSERT(sizeof(NAL_BUFFER) == QRV_NAL_BUFFER_STORAGE + sizeof(void *) + 8,
+                  "NAL_BUFFER is packed");
 
 /* ---- Parameter sets -------------------------------------------------------------- */
 
@@ -551,6 +545,82 @@ QRV_API int qrvutilAddNalUnits(NAL_BUFFER *frame, uint32_t capacity, const SPS_D
  *   QRV_E_ROOM       the box does not fit `capacity` (nothing is written).
  * qrvutilGetAvcc keeps its own layout; this call is the standard one. */
 QRV_API int qrvutilMakeAvcc(const uint8_t *units, uint32_t length, uint8_t *out, uint32_t capacity);
+
+/* ---- Picture geometry -------------------------------------------------------------- */
+
+/** Room of QRV_H264_GEOMETRY.profile_name, terminator included. */
+#define QRV_H264_PROFILE_NAME_SIZE 32
+/** Room of QRV_H264_GEOMETRY.level_text, terminator included. */
+#define QRV_H264_LEVEL_TEXT_SIZE 8
+
+/** What a decoded SPS says about the pictures, in the units players show.
+ *  Fixed layout, the same on 32-bit and 64-bit builds. */
+typedef struct QRV_H264_GEOMETRY {
+    uint32_t coded_width;       /**< decoded samples before cropping: 16 x macroblocks */
+    uint32_t coded_height;      /**< likewise; a field-coded map unit counts twice */
+    uint32_t width;             /**< after the frame cropping */
+    uint32_t height;
+    uint32_t crop_left;         /**< samples cropped at the left, after the crop-unit scaling */
+    uint32_t crop_top;          /**< lines cropped at the top, likewise */
+    uint32_t frame_mbs_only_flag;
+    uint32_t chroma_format_idc; /**< 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4 */
+    uint32_t bit_depth_luma;    /**< 8 to 14 */
+    uint32_t bit_depth_chroma;
+    uint32_t sar_num;           /**< sample aspect ratio, reduced; 0:0 when unspecified */
+    uint32_t sar_den;
+    uint32_t fps_num;           /**< frame rate, reduced; 0/0 without usable VUI timing */
+    uint32_t fps_den;
+    char profile_name[QRV_H264_PROFILE_NAME_SIZE];
+    char level_text[QRV_H264_LEVEL_TEXT_SIZE];
+} QRV_H264_GEOMETRY;
+
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, coded_width) == 0, "QRV_H264_GEOMETRY.coded_width");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, coded_height) == 4, "QRV_H264_GEOMETRY.coded_height");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, width) == 8, "QRV_H264_GEOMETRY.width");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, height) == 12, "QRV_H264_GEOMETRY.height");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, crop_left) == 16, "QRV_H264_GEOMETRY.crop_left");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, crop_top) == 20, "QRV_H264_GEOMETRY.crop_top");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, frame_mbs_only_flag) == 24,
+                  "QRV_H264_GEOMETRY.frame_mbs_only_flag");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, chroma_format_idc) == 28,
+                  "QRV_H264_GEOMETRY.chroma_format_idc");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_luma) == 32,
+                  "QRV_H264_GEOMETRY.bit_depth_luma");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, bit_depth_chroma) == 36,
+                  "QRV_H264_GEOMETRY.bit_depth_chroma");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, sar_num) == 40, "QRV_H264_GEOMETRY.sar_num");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, sar_den) == 44, "QRV_H264_GEOMETRY.sar_den");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, fps_num) == 48, "QRV_H264_GEOMETRY.fps_num");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, fps_den) == 52, "QRV_H264_GEOMETRY.fps_den");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, profile_name) == 56,
+                  "QRV_H264_GEOMETRY.profile_name");
+QRV_STATIC_ASSERT(offsetof(QRV_H264_GEOMETRY, level_text) == 88, "QRV_H264_GEOMETRY.level_text");
+QRV_STATIC_ASSERT(sizeof(QRV_H264_GEOMETRY) == 96, "QRV_H264_GEOMETRY is 96 bytes");
+
+/** Describes the pictures of a decoded SPS (from qrvutilRead_SPS and friends).
+ * Reads `sps` only; writes every field of `g`, or nothing when it fails.
+ * Returns QRV_OK; QRV_E_ARGUMENT for a null pointer; QRV_E_UNSUPPORTED for a
+ * profile_idc whose SPS the reader does not decode in full (the record's
+ * later fields would be guesses: 134, 135, 138, 139, 144 and unknown ones);
+ * QRV_E_RANGE for a value the syntax does not allow (chroma_format_idc above
+ * 3, a bit depth above 14, an unknown level_idc, cropping that leaves no
+ * picture, a size beyond 32 bits).
+ * - Profiles without the chroma syntax (Baseline, Main, Extended) are 8-bit
+ *   4:2:0: their records hold bit_depth_*_minus8 = 8, which is not a depth.
+ * - Cropping is in the standard's crop units: 2 x 2 samples for 4:2:0, 2 x 1
+ *   for 4:2:2, 1 x 1 for 4:4:4 and monochrome (or separate colour planes);
+ *   the vertical unit doubles when frame_mbs_only_flag is 0.
+ * - The SAR is Table E-1's value for aspect_ratio_idc 1-16, sar_width:sar_height
+ *   for 255 (Extended_SAR); 0:0 when absent, 0, reserved, or with a zero term.
+ * - A VUI tick is one field period, whatever the coding (frames, fields or
+ *   MBAFF): fps = time_scale / (2 x num_units_in_tick), so 50 / (2 x 1) is
+ *   25/1 and 60000 / (2 x 1001) is 30000/1001, the nominal rate that common
+ *   tools report. With fixed_frame_rate_flag 0 the actual rate may vary.
+ * - profile_name follows Annex A with the intra and constrained forms
+ *   (constraint_set3 on 110, 122, 244; constraint_set1 on 66); Progressive and
+ *   Constrained High are named "High". level_text is "1b" for level_idc 9,
+ *   and for 11 with constraint_set3 on profiles 66, 77 and 88. */
+QRV_API int qrvutilGetGeometry(const SPS_DECODED *sps, QRV_H264_GEOMETRY *g);
 
 QRV_EXTERN_C_END
 

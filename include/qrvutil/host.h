@@ -177,11 +177,18 @@ QRV_API void osSleepMicroseconds(unsigned microseconds);
 
 /* ---- Text ------------------------------------------------------------------------ */
 
+/* Room for any text intToString writes: a minus sign, 32 binary digits and
+ * the terminator. */
+#define QRV_INTEGER_TEXT_SIZE 34
+/* Room for any timecode text tcToString writes: 15 characters and the
+ * terminator. A host that replaces tcToString keeps to it. */
+#define QRV_TIMECODE_TEXT_SIZE 16
+
 /* Writes `value` in `radix` (2 to 36) with lower-case digits and a leading
- * minus sign for a negative value, in every radix; returns `buffer` (34
- * bytes suffice). Another radix writes the empty string. */
+ * minus sign for a negative value, in every radix; returns `buffer`
+ * (QRV_INTEGER_TEXT_SIZE bytes suffice). Another radix writes the empty string. */
 QRV_API char *intToString(int value, char *buffer, int radix);
-/* Timecode text of a frame count into a 16-byte buffer. The low byte of
+/* Timecode text of a frame count into a QRV_TIMECODE_TEXT_SIZE buffer. The low byte of
  * `flags` is the timecode type: 1 and 128/132 (24 labels a second), 2 (30),
  * 8 (25), 16 (50), 64 (60) write "HH:MM:SS:FF"; 4 (29.97, labels 0 and 1
  * skipped) and 32 (59.94, labels 0 to 3 skipped) at the start of every minute

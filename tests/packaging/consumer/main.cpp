@@ -15,6 +15,8 @@ int main() {
     int rc = MediaCmdFromXMLString(&back, nullptr, xml);
     MediaCmdFreeXMLString(&xml);
     if (rc != 0 || back.Cmd != ctPlay || back.Channel != 1) return 2;
+    // The installed version header matches the installed library.
+    if (std::strcmp(qrvutilVersion(), QRVUTIL_VERSION_STRING) != 0) return 3;
     std::puts("consumer ok");
     return 0;
 }
