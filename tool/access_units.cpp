@@ -40,7 +40,7 @@ void checkLastSlices(AccessUnit &au, ParameterSets &sets, uint64_t fileOffset) {
 
 }  // namespace
 
-void forEachAccessUnit(UnitReader &reader, ParameterSets &sets,
+void forEachAccessUnit(UnitReader &reader, ParameterSets *sets,
                        const std::function<void(AccessUnit &)> &handle) {
     AccessUnitTracker tracker;
     AccessUnit au;
@@ -54,13 +54,13 @@ void forEachAccessUnit(UnitReader &reader, ParameterSets &sets,
             au.hasIdr = false;
         }
         if (au.bytes.empty()) au.offset = unit.offset;
-        if (unit.type() == 7) sets.addSps(unit);
-        if (unit.type() == 8) sets.addPps(unit);
+        if (sets && unit.type() == 7) sets->addSps(unit);
+        if (sets && unit.type() == 8) sets->addPps(unit);
         appendUnit(au, unit);
     }
     if (au.bytes.empty()) return;
     pointUnitsIntoBuffer(au);
-    checkLastSlices(au, sets, au.offset);
+    if (sets) checkLastSlices(au, *sets, au.offset);
     handle(au);
 }
 

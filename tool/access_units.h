@@ -21,10 +21,10 @@ struct AccessUnit {
 };
 
 // Calls `handle` with each access unit of `reader`, in order. The buffer
-// is reused; the handler may change it. Parameter sets go to `sets`; the
-// slices of the last access unit are decoded there too, since a cut file
-// shows in its last slice (InputError).
-void forEachAccessUnit(UnitReader &reader, ParameterSets &sets,
+// is reused; the handler may change it. Parameter sets go to `sets` (when
+// not null); the slices of the last access unit are decoded there too, since
+// a cut file shows in its last slice (InputError).
+void forEachAccessUnit(UnitReader &reader, ParameterSets *sets,
                        const std::function<void(AccessUnit &)> &handle);
 
 }  // namespace qrvtool

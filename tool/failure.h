@@ -19,6 +19,13 @@ public:
         : std::runtime_error(file + (where.empty() ? "" : ": " + where) + ": " + what) {}
 };
 
+// A check that printed its findings on standard output and now ends the
+// program with exit status 1, with nothing more to say on standard error.
+class FindingsReported : public std::runtime_error {
+public:
+    FindingsReported() : std::runtime_error("findings reported") {}
+};
+
 // A request the tool cannot carry out as asked (exit status 2).
 class UsageError : public std::runtime_error {
 public:

@@ -58,8 +58,6 @@ void runAvccDump(const std::string &path, const Output &output) {
     output.document(doc);
 }
 
-#ifdef QRVTOOL_HAVE_WRITERS
-
 // The stream's parameter-set units (SPS, PPS, SPS extension), each distinct
 // one once, with 4-byte start codes.
 std::vector<uint8_t> parameterSetUnits(UnitReader &reader) {
@@ -97,13 +95,6 @@ void runAvccMake(const std::string &inPath, const std::string &outPath) {
     out.commit();
 }
 
-#else
-
-void runAvccMake(const std::string &, const std::string &) {
-    throw UsageError("h264 avcc: not available in this build (the library has no avcC maker)");
-}
-
-#endif
 
 }  // namespace
 

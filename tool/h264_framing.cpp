@@ -38,7 +38,7 @@ void runConvert(const std::string &inPath, const std::string &outPath, Target ta
     OutputFile out(outPath);
     ParameterSets sets(in.name());
     const bool lengthInput = reader.lengthFramed();
-    forEachAccessUnit(reader, sets, [&](AccessUnit &au) {
+    forEachAccessUnit(reader, &sets, [&](AccessUnit &au) {
         convertAccessUnit(au, lengthInput, target, in.name());
         out.write(au.bytes.data(), au.bytes.size());
     });

@@ -6,8 +6,6 @@
 
 namespace qrvtool {
 
-#ifdef QRV_H264_PROFILE_NAME_SIZE
-
 void addGeometry(Json &doc, const std::string &file, const SPS_DECODED &sps) {
     QRV_H264_GEOMETRY g{};
     const int status = qrvutilGetGeometry(&sps, &g);
@@ -29,12 +27,5 @@ void addGeometry(Json &doc, const std::string &file, const SPS_DECODED &sps) {
     doc["frame_rate"] = {{"num", g.fps_num}, {"den", g.fps_den}};
 }
 
-#else
-
-void addGeometry(Json &doc, const std::string &, const SPS_DECODED &) {
-    doc["geometry"] = "not available in this build";
-}
-
-#endif
 
 }  // namespace qrvtool

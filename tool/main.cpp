@@ -51,6 +51,9 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &e) {
         const int status = app.exit(e);
         return status == 0 ? kExitOk : kExitUsage;
+    } catch (const FindingsReported &) {
+        std::fflush(stdout);
+        return kExitBadInput;
     } catch (const InputError &e) {
         std::fflush(stdout);
         std::fprintf(stderr, "qrvtool: %s\n", e.what());
