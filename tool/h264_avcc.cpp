@@ -59,7 +59,8 @@ void runAvccDump(const std::string &path, const Output &output) {
 }
 
 // The stream's parameter-set units (SPS, PPS, SPS extension), each distinct
-// one once, with 4-byte start codes.
+// one once, with 4-byte start codes and the zero bytes that trailed them in
+// the stream: the box takes units as the library delimits them.
 std::vector<uint8_t> parameterSetUnits(UnitReader &reader) {
     std::set<std::vector<uint8_t>> seen;
     std::vector<uint8_t> units;
@@ -68,6 +69,7 @@ std::vector<uint8_t> parameterSetUnits(UnitReader &reader) {
         const int type = unit.type();
         if (type != 7 && type != 8 && type != 13) continue;
         std::vector<uint8_t> bytes(unit.data, unit.data + unit.size);
+        bytes.insert(bytes.end(), unit.trailingZeros, 0);
         if (!seen.insert(bytes).second) continue;
         units.insert(units.end(), {0, 0, 0, 1});
         units.insert(units.end(), bytes.begin(), bytes.end());

@@ -100,14 +100,14 @@ private:
 
     void checkSps(const NalUnit &unit, uint64_t offset) {
         char reason[QRV_REASON_SIZE] = {};
-        if (qrvutilValidate_SPS(unit.data, unit.size, reason, sizeof reason) != QRV_OK) {
+        if (qrvutilValidate_SPS(unit.data, unit.size, reason, sizeof reason) != QRV_OK)
             find(offset, kRuleSps, reason);
-            return;
-        }
+        // Kept even when invalid: slices that name it are not reported again.
         SPS_DECODED sps{};
         kx_bitstream bs = unitReader(unit.data, unit.size);
         qrvutilRead_SPS(&bs, &sps);
         sps_[sps.seq_parameter_set_id] = sps;
+        if (sps.seq_parameter_set_id < 0) return;  // read past its end: nothing to keep
         if (avcc_.present && avcc_.sps.seq_parameter_set_id == sps.seq_parameter_set_id &&
             std::memcmp(&avcc_.sps, &sps, sizeof sps) != 0)
             find(offset, kRuleAvccMismatch, "this SPS differs from the avcC's SPS of the same id");
@@ -115,14 +115,13 @@ private:
 
     void checkPps(const NalUnit &unit, uint64_t offset) {
         char reason[QRV_REASON_SIZE] = {};
-        if (qrvutilValidate_PPS(unit.data, unit.size, reason, sizeof reason) != QRV_OK) {
+        if (qrvutilValidate_PPS(unit.data, unit.size, reason, sizeof reason) != QRV_OK)
             find(offset, kRulePps, reason);
-            return;
-        }
         PPS_DECODED pps{};
         kx_bitstream bs = unitReader(unit.data, unit.size);
         qrvutilRead_PPS(&bs, &pps);
         pps_[pps.pic_parameter_set_id] = pps;
+        if (pps.pic_parameter_set_id < 0) return;
         if (avcc_.present && avcc_.pps.pic_parameter_set_id == pps.pic_parameter_set_id &&
             std::memcmp(&avcc_.pps, &pps, sizeof pps) != 0)
             find(offset, kRuleAvccMismatch, "this PPS differs from the avcC's PPS of the same id");

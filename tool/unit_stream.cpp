@@ -120,6 +120,8 @@ bool UnitReader::nextAnnexB(NalUnit &unit) {
         throw InputError(in_.name(), atByte(unit.offset), "a start code with no unit after it");
     unit.data = buffer_.data() + payload;
     unit.size = static_cast<uint32_t>(stop - payload);
+    // One zero in front of 00 00 01 makes it a 4-byte code; any more trail the unit.
+    unit.trailingZeros = next - stop > 1 ? static_cast<uint32_t>(next - stop - 1) : 0;
     start_ = stop;
     return true;
 }

@@ -17,6 +17,9 @@ struct NalUnit {
     unsigned framing = 0;    // 3 or 4: start-code bytes; 0: 4-byte length field
     const uint8_t *data = nullptr;  // NAL header byte first; readable bytes follow
     uint32_t size = 0;
+    // Zero bytes after the unit that are not part of the next start code
+    // (trailing_zero_8bits); they are not counted in `size`.
+    uint32_t trailingZeros = 0;
 
     int type() const { return data[0] & 0x1F; }
     int refIdc() const { return (data[0] >> 5) & 3; }
