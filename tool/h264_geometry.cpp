@@ -1,17 +1,17 @@
 #include "h264_geometry.h"
 
-#include "failure.h"
-
 #include <qrvutil/status.h>
 
 namespace qrvtool {
 
-void addGeometry(Json &doc, const std::string &file, const SPS_DECODED &sps) {
+void addGeometry(Json &doc, const SPS_DECODED &sps) {
     QRV_H264_GEOMETRY g{};
     const int status = qrvutilGetGeometry(&sps, &g);
-    if (status != QRV_OK)
-        throw InputError(file, "SPS", std::string("cannot describe its pictures: ") +
-                                          qrvStatusText(status));
+    if (status != QRV_OK) {
+        // The rest of the summary still stands; say why this part is missing.
+        doc["geometry_unavailable"] = qrvStatusText(status);
+        return;
+    }
     doc["profile"] = g.profile_name;
     doc["level"] = g.level_text;
     doc["coded_width"] = g.coded_width;

@@ -6,13 +6,12 @@
 
 #include <qrvutil/h264.h>
 
-#include <string>
-
 namespace qrvtool {
 
 // Adds profile and level names, coded and cropped sizes, chroma format, bit
-// depths, sample aspect ratio and frame rate to `doc`.
-void addGeometry(Json &doc, const std::string &file, const SPS_DECODED &sps);
+// depths, sample aspect ratio and frame rate to `doc`; for an SPS the library
+// cannot describe, "geometry_unavailable" with the library's status text.
+void addGeometry(Json &doc, const SPS_DECODED &sps);
 
 }  // namespace qrvtool
 

@@ -67,7 +67,7 @@ Json summaryJson(const std::string &file, const UnitReader &reader, const Parame
     doc["constraint_set_flags"] = {sps.constraint_set0_flag, sps.constraint_set1_flag,
                                    sps.constraint_set2_flag, sps.constraint_set3_flag,
                                    sps.constraint_set4_flag, sps.constraint_set5_flag};
-    addGeometry(doc, file, sps);
+    addGeometry(doc, sps);
     doc["frame_mbs_only_flag"] = sps.frame_mbs_only_flag;
     doc["mb_adaptive_frame_field_flag"] = sps.mb_adaptive_frame_field_flag;
     doc["field_order"] = fieldOrder(sps, firstSlice);
