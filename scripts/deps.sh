@@ -53,7 +53,9 @@ ensure_packages() {
 }
 
 QRV_BUILD_PACKAGES="cmake make g++ pkg-config libtinyxml-dev libsqlite3-dev"
+QRV_BUILD_PACKAGES="$QRV_BUILD_PACKAGES libcli11-dev nlohmann-json3-dev help2man"
 QRV_TEST_PACKAGES="$QRV_BUILD_PACKAGES libgtest-dev libxml2-utils clang ffmpeg x264"
+QRV_TEST_PACKAGES="$QRV_TEST_PACKAGES python3"
 QRV_BENCH_PACKAGES="$QRV_BUILD_PACKAGES libbenchmark-dev"
 QRV_FORMAT_PACKAGES="clang-format"
 QRV_M32_PACKAGES="g++-multilib libtinyxml-dev:i386 libsqlite3-dev:i386 libgtest-dev:i386"
