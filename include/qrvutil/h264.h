@@ -503,6 +503,9 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  *    their FF extension bytes, over the unescaped payload) is not followed by
  *    rbsp_trailing_bits gets the stop byte 0x80 right after the chain (a
  *    chain may end in zero bytes, up to the zero_byte of a 4-byte code).
+ *    The zero bytes after the chain stay behind the stop byte, written as
+ *    plain zeros (start codes) or with an escape after every two zeros
+ *    (lengths); a second call changes nothing.
  *  - When the access unit holds an IDR slice (type 5) and no SPS (resp. PPS)
  *    before its first slice, `sps` (resp. `pps`) is written with the writers
  *    above and inserted after any access unit delimiter and before any SEI
@@ -515,7 +518,8 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  *   QRV_E_ROOM       the result does not fit `capacity`;
  *   QRV_E_TRUNCATED  a unit runs past `length` (an SEI unit whose messages do
  *                    not parse is no failure: it is left as it is);
- *   QRV_E_RANGE      a record that its writer refuses;
+ *   QRV_E_RANGE      a record to insert whose nal_unit_type is not 7 (SPS)
+ *                    resp. 8 (PPS), or that its writer refuses;
  *   QRV_E_MEMORY     the host allocator gave no room for the routine's
  *                    scratch (SEI copies, the list of insertions).
  * Linear in the frame's size: the tail moves once per inserted unit or byte.
