@@ -393,7 +393,10 @@ QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
  *   QRV_E_TRUNCATED    the unit ends inside an element;
  *   QRV_E_RANGE        an element's value is outside its range;
  *   QRV_E_SYNTAX       not a unit of this kind (nal_unit_type, forbidden bit),
- *                      a stop bit missing or data after rbsp_trailing_bits;
+ *                      a stop bit missing or data after rbsp_trailing_bits,
+ *                      00 00 00/01/02 anywhere in the unit or 00 00 03
+ *                      followed by a byte above 03 (the reason names the
+ *                      byte: "at byte N at bit 8N");
  *   QRV_E_UNSUPPORTED  valid, but this library's reader (qrvutilRead_SPS or
  *                      qrvutilRead_PPS, kept reading rules) comes to another
  *                      record or keeps less of it: more than 8 HRD entries,
