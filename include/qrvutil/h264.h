@@ -377,7 +377,13 @@ QRV_API int qrvutilRead_PPS(kx_bitstream *bs, PPS_DECODED *pps);
  * otherwise: it drops a 0C after 00 00 (older recorders' units carry it),
  * and in a unit that holds an emulation-prevention byte it may take the
  * repeated last byte of its unescaped copy for the optional tail.
- * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED). */
+ * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED).
+ * Two more ways a written unit reads back otherwise, both kept reading rules:
+ * - an escape the writer places in bytes 3-4 stays in the readers' copy
+ *   (they look for escapes from byte 5 on): a zeroed SPS record is written
+ *   00 00 00 03 00 FB 04 and does not read back as written;
+ * - a PPS whose unit holds an escape can read back with more_rbsp_data 1,
+ *   the reader's copy repeating its last byte once per escape removed. */
 QRV_API int qrvutilWrite_SPS(kx_bitstream *bs, const SPS_DECODED *sps);
 QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
 
