@@ -3,6 +3,7 @@
 #include <qrvutil/host.h>
 #include <qrvutil/status.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "bits/byte_order.h"
@@ -102,7 +103,9 @@ std::size_t openChainEnd(const uint8_t *p, std::size_t n)
 // Where in an SEI unit (offset from its header byte, in its bytes as they
 // stand) the stop byte goes, into *at: kNoStopByte when it has one or its
 // messages do not parse (such a unit is left as it is). Trailing zero bytes
-// count as part of the unit here: a message's payload may end in 00.
+// count as part of the unit here: a message's payload may end in 00. The
+// stop byte goes right after the chain's last byte, so in front of any
+// escape that follows it: the bytes from *at on are zeros and escapes only.
 // QRV_OK, or QRV_E_MEMORY when no copy could be made.
 int seiStopByteAt(const uint8_t *unit, uint64_t size, std::size_t *at)
 {
@@ -116,15 +119,16 @@ int seiStopByteAt(const uint8_t *unit, uint64_t size, std::size_t *at)
     const std::size_t removed = removeEmulationPrevention(copy.bytes, n, kRemoveEmulationStandard);
     const std::size_t end = openChainEnd(copy.bytes + 1, n - 1 - removed);
     if (end != kNoStopByte)
-        *at = escapedOffset(unit, n, 1 + end);
+        *at = escapedOffset(unit, n, end) + 1; // the chain's last byte is RBSP byte `end`
     return QRV_OK;
 }
 
 enum class EditKind : uint8_t { StopByte, Sps, Pps };
 
 struct Edit {
-    uint64_t at;    // offset in the frame as given
-    uint64_t field; // a closed SEI's length field (length framing)
+    uint64_t at;      // offset in the frame as given
+    uint64_t field;   // a closed SEI's length field (length framing)
+    uint64_t tailEnd; // a closed SEI's end, its trailing zero bytes included
     uint32_t size;  // bytes inserted
     EditKind kind;
 };
@@ -193,6 +197,8 @@ int planInsertions(const Layout &layout, const SPS_DECODED *sps, const PPS_DECOD
     if (!layout.idr)
         return QRV_OK;
     if (sps && !layout.spsBeforeSlice) {
+        if (sps->nal_unit_type != nal::kSps)
+            return QRV_E_RANGE; // a unit of another kind would stand in its place
         const int size = unitSize(qrvutilWrite_SPS, sps);
         if (size < 0)
             return size;
@@ -201,6 +207,8 @@ int planInsertions(const Layout &layout, const SPS_DECODED *sps, const PPS_DECOD
         plan.counts.inserted_sps = 1;
     }
     if (pps && !layout.ppsBeforeSlice) {
+        if (pps->nal_unit_type != nal::kPps)
+            return QRV_E_RANGE;
         const int size = unitSize(qrvutilWrite_PPS, pps);
         if (size < 0)
             return size;
@@ -229,16 +237,16 @@ int listEdits(const uint8_t *data, uint64_t length, const Plan &plan, Edit *edit
     Units walker(data, length);
     for (UnitSpan u; walker.next(u);) {
         if (u.prefix == plan.spsAt)
-            add({u.prefix, 0, kFieldBytes + plan.spsSize, EditKind::Sps});
+            add({u.prefix, 0, 0, kFieldBytes + plan.spsSize, EditKind::Sps});
         if (u.prefix == plan.ppsAt)
-            add({u.prefix, 0, kFieldBytes + plan.ppsSize, EditKind::Pps});
+            add({u.prefix, 0, 0, kFieldBytes + plan.ppsSize, EditKind::Pps});
         if (u.type != nal::kSei)
             continue;
         std::size_t stop = kNoStopByte;
         if (seiStopByteAt(data + u.payload, u.full - u.payload, &stop) != QRV_OK)
             return QRV_E_MEMORY;
         if (stop != kNoStopByte)
-            add({u.payload + stop, u.prefix, 1, EditKind::StopByte});
+            add({u.payload + stop, u.prefix, u.full, 1, EditKind::StopByte});
     }
     return n == plan.edits ? QRV_OK : QRV_E_MEMORY;
 }
@@ -259,6 +267,18 @@ void writeInserted(uint8_t *at, const Edit &e, bool startCodes, const SPS_DECODE
         qrvutilWrite_PPS(&bs, pps);
 }
 
+// The zero bytes a closed SEI unit ends in, behind its new stop byte. An
+// escape among them was placed for the zeros before it and would read as
+// data after the stop byte, so they are written again: plain zeros between
+// start-coded units (they end no unit), and with an escape after every two
+// zeros inside a length-framed unit. No byte next to the stop byte (80) can
+// form 00 00 0x with it.
+void rewriteTrailingZeros(uint8_t *tail, uint64_t size, bool startCodes)
+{
+    for (uint64_t i = 0; i < size; ++i)
+        tail[i] = !startCodes && i % 3 == 2 ? kEmulationBytes[0] : 0x00;
+}
+
 // From the last edit to the first: each byte of the frame moves once, to its
 // final place, and the inserted bytes fill the gaps left behind.
 void applyEdits(uint8_t *data, uint64_t length, const Plan &plan, const Edit *edits,
@@ -268,6 +288,8 @@ void applyEdits(uint8_t *data, uint64_t length, const Plan &plan, const Edit *ed
     uint64_t shift = plan.growth;
     for (uint32_t i = plan.edits; i-- > 0;) {
         const Edit &e = edits[i];
+        if (e.kind == EditKind::StopByte) // bytes from `end` on have moved already
+            rewriteTrailingZeros(data + e.at, std::min(e.tailEnd, end) - e.at, plan.startCodes);
         std::memmove(data + e.at + shift, data + e.at, static_cast<std::size_t>(end - e.at));
         shift -= e.size;
         writeInserted(data + e.at + shift, e, plan.startCodes, sps, pps);

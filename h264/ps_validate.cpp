@@ -248,6 +248,29 @@ std::size_t findAfterZeroPair(const uint8_t *unit, std::size_t size, std::size_t
     return size;
 }
 
+// Byte patterns no unit holds as given: 00 00 followed by 00, 01 or 02 (a
+// start code would be found there), or an escape 00 00 03 followed by a
+// byte above 03. QRV_OK, or QRV_E_SYNTAX naming the byte.
+int checkEscaping(const uint8_t *unit, std::size_t size, Reason &reason)
+{
+    const uint8_t escape = kEmulationBytes[0];
+    for (std::size_t i = 2; i < size; ++i) {
+        if (unit[i - 2] != 0 || unit[i - 1] != 0 || unit[i] > escape)
+            continue;
+        if (unit[i] < escape) {
+            reason.say("emulation_prevention_three_byte: missing from 00 00 %02X at byte %zu at bit %zu",
+                       unit[i], i - 2, (i - 2) * 8);
+            return QRV_E_SYNTAX;
+        }
+        if (i + 1 < size && unit[i + 1] > escape) {
+            reason.say("emulation_prevention_three_byte: followed by %02X at byte %zu at bit %zu", unit[i + 1],
+                       i, i * 8);
+            return QRV_E_SYNTAX;
+        }
+    }
+    return QRV_OK;
+}
+
 void explainDifference(Reason &reason, const SPS_DECODED &, const SPS_DECODED &, const uint8_t *, std::size_t)
 {
     reason.say("seq_parameter_set_rbsp: the SPS reader reads this unit differently (kept reading rules) at bit 0");
@@ -290,6 +313,9 @@ int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t 
         reason.say("nal_unit_type: %d where %d belongs at bit 3", nal::typeOf(unit[0]), type);
         return QRV_E_SYNTAX;
     }
+    const int escaping = checkEscaping(unit, size, reason);
+    if (escaping != QRV_OK)
+        return escaping;
     PrivateCopy copy(unit, size);
     if (!copy.bytes) {
         reason.say("no memory for a copy of the unit");

@@ -377,7 +377,13 @@ QRV_API int qrvutilRead_PPS(kx_bitstream *bs, PPS_DECODED *pps);
  * otherwise: it drops a 0C after 00 00 (older recorders' units carry it),
  * and in a unit that holds an emulation-prevention byte it may take the
  * repeated last byte of its unescaped copy for the optional tail.
- * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED). */
+ * qrvutilValidate_PPS names such a unit (QRV_E_UNSUPPORTED).
+ * Two more ways a written unit reads back otherwise, both kept reading rules:
+ * - an escape the writer places in bytes 3-4 stays in the readers' copy
+ *   (they look for escapes from byte 5 on): a zeroed SPS record is written
+ *   00 00 00 03 00 FB 04 and does not read back as written;
+ * - a PPS whose unit holds an escape can read back with more_rbsp_data 1,
+ *   the reader's copy repeating its last byte once per escape removed. */
 QRV_API int qrvutilWrite_SPS(kx_bitstream *bs, const SPS_DECODED *sps);
 QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
 
@@ -393,7 +399,10 @@ QRV_API int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps);
  *   QRV_E_TRUNCATED    the unit ends inside an element;
  *   QRV_E_RANGE        an element's value is outside its range;
  *   QRV_E_SYNTAX       not a unit of this kind (nal_unit_type, forbidden bit),
- *                      a stop bit missing or data after rbsp_trailing_bits;
+ *                      a stop bit missing or data after rbsp_trailing_bits,
+ *                      00 00 00/01/02 anywhere in the unit or 00 00 03
+ *                      followed by a byte above 03 (the reason names the
+ *                      byte: "at byte N at bit 8N");
  *   QRV_E_UNSUPPORTED  valid, but this library's reader (qrvutilRead_SPS or
  *                      qrvutilRead_PPS, kept reading rules) comes to another
  *                      record or keeps less of it: more than 8 HRD entries,
@@ -503,6 +512,9 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  *    their FF extension bytes, over the unescaped payload) is not followed by
  *    rbsp_trailing_bits gets the stop byte 0x80 right after the chain (a
  *    chain may end in zero bytes, up to the zero_byte of a 4-byte code).
+ *    The zero bytes after the chain stay behind the stop byte, written as
+ *    plain zeros (start codes) or with an escape after every two zeros
+ *    (lengths); a second call changes nothing.
  *  - When the access unit holds an IDR slice (type 5) and no SPS (resp. PPS)
  *    before its first slice, `sps` (resp. `pps`) is written with the writers
  *    above and inserted after any access unit delimiter and before any SEI
@@ -515,7 +527,8 @@ QRV_API int qrvutilFindNalUnits(NAL_BUFFER *units, SPS_DECODED *sps, PPS_DECODED
  *   QRV_E_ROOM       the result does not fit `capacity`;
  *   QRV_E_TRUNCATED  a unit runs past `length` (an SEI unit whose messages do
  *                    not parse is no failure: it is left as it is);
- *   QRV_E_RANGE      a record that its writer refuses;
+ *   QRV_E_RANGE      a record to insert whose nal_unit_type is not 7 (SPS)
+ *                    resp. 8 (PPS), or that its writer refuses;
  *   QRV_E_MEMORY     the host allocator gave no room for the routine's
  *                    scratch (SEI copies, the list of insertions).
  * Linear in the frame's size: the tail moves once per inserted unit or byte.

@@ -165,6 +165,51 @@ TEST(AddNalUnits, PlacesUnitsAfterTheDelimiterAndLeavesOtherFramesAlone)
     EXPECT_EQ(f.bytes(), concat({{0, 0, 1}, kAud, {0, 0, 0, 1}, p.spsUnit, {0, 0, 1}, kIdr}));
 }
 
+TEST(AddNalUnits, ClosesSeiOnceWithItsTrailingZerosBehindTheStopByte)
+{
+    struct Case {
+        Bytes open, closedCodes, closedLengths;
+    };
+    const Case cases[] = {
+        // type 1, size 0, then zeros whose escape was placed for the size byte
+        {{0x06, 0x01, 0x00, 0x00, 0x03, 0x00},
+         {0x06, 0x01, 0x00, 0x80, 0x00, 0x00, 0x00},
+         {0x06, 0x01, 0x00, 0x80, 0x00, 0x00, 0x03}},
+        // a payload ending in 00 00 keeps them; the escape after it is a zero's
+        {{0x06, 0x05, 0x02, 0x00, 0x00, 0x03, 0x00, 0x00},
+         {0x06, 0x05, 0x02, 0x00, 0x00, 0x80, 0x00, 0x00, 0x00},
+         {0x06, 0x05, 0x02, 0x00, 0x00, 0x80, 0x00, 0x00, 0x03}},
+    };
+    for (bool codes : {true, false}) {
+        for (const Case &c : cases) {
+            const Bytes in = framed({c.open, kIdr}, codes);
+            const Bytes out = framed({codes ? c.closedCodes : c.closedLengths, kIdr}, codes);
+            Frame f(in, in.size() + 1);
+            EXPECT_EQ(f.add(nullptr, nullptr), int(out.size()));
+            EXPECT_EQ(f.bytes(), out);
+            EXPECT_EQ(f.counts().closed_sei, 1u);
+            EXPECT_EQ(f.add(nullptr, nullptr), int(out.size())) << "a second call changes nothing";
+            EXPECT_EQ(f.bytes(), out);
+            EXPECT_EQ(f.counts().closed_sei, 0u);
+        }
+        // Units that end in their stop byte, zeros after it escaped or not,
+        // stay as they are.
+        for (const Bytes &closed : {Bytes{0x06, 0x05, 0x01, 0xAA, 0x80, 0x00, 0x00},
+                                    Bytes{0x06, 0x05, 0x01, 0x00, 0x80, 0x00, 0x00, 0x03, 0x00},
+                                    Bytes{0x06, 0x05, 0x02, 0x00, 0x00, 0x80}}) {
+            const Bytes in = framed({closed, kIdr}, codes);
+            Frame f(in, in.size() + 8);
+            EXPECT_EQ(f.add(nullptr, nullptr), int(in.size()));
+            EXPECT_EQ(f.bytes(), in);
+        }
+    }
+    // The fuzzers' frame: a 3-byte code, and the unit's zeros up to its end.
+    const Bytes frame = {0x00, 0x00, 0x01, 0x06, 0x01, 0x00, 0x00, 0x03, 0x00};
+    Frame f(frame, frame.size() + 3);
+    EXPECT_EQ(f.add(nullptr, nullptr), 10);
+    EXPECT_EQ(f.bytes(), Bytes({0x00, 0x00, 0x01, 0x06, 0x01, 0x00, 0x80, 0x00, 0x00, 0x00}));
+}
+
 TEST(AddNalUnits, EveryFailureLeavesTheFrameAsItWas)
 {
     const Sets p;
@@ -183,6 +228,13 @@ TEST(AddNalUnits, EveryFailureLeavesTheFrameAsItWas)
     refused.nal_hrd.cpb_cnt_minus1 = 8;
     Frame big(frame, grown + 64);
     unchanged(big, QRV_E_RANGE, &refused, &p.pps);
+    // A record of another kind would insert a unit of that kind.
+    SPS_DECODED ppsKind = p.sps;
+    ppsKind.nal_unit_type = 8;
+    unchanged(big, QRV_E_RANGE, &ppsKind, &p.pps);
+    PPS_DECODED spsKind = p.pps;
+    spsKind.nal_unit_type = 7;
+    unchanged(big, QRV_E_RANGE, nullptr, &spsKind);
 
     Bytes last = frame;
     last[last.size() - kIdr.size() - 1] += 1; // the last unit runs past the end

@@ -415,6 +415,46 @@ TEST(Validation, ReasonsNameTheElementAndTheBit)
     EXPECT_EQ(qrvutilValidate_SPS(nullptr, 4, tiny, sizeof tiny), QRV_E_ARGUMENT);
 }
 
+TEST(Validation, BytePatternsNoUnitHolds)
+{
+    // pic_width_in_mbs_minus1 = 2^15 - 1 puts 00 00 80 at bytes 5-7 of an
+    // otherwise valid unit; a 03 there is an escape followed by 80.
+    const Bytes plain = Bits()
+                            .u(8, 0x67).u(8, 66).u(8, 0).u(8, 30)
+                            .ue(0).ue(0).ue(2).ue(1).u(1, 0)
+                            .ue(32767).ue(0).u(1, 1).u(1, 1).u(1, 0).u(1, 0)
+                            .stop().bytes();
+    ASSERT_EQ(Bytes(plain.begin() + 5, plain.begin() + 8), Bytes({0x00, 0x00, 0x80}));
+    ASSERT_EQ(validate(qrvutilValidate_SPS, plain).status, 0);
+    Bytes escaped = plain;
+    escaped.insert(escaped.begin() + 7, 0x03);
+    Verdict v = validate(qrvutilValidate_SPS, escaped);
+    EXPECT_EQ(v.status, QRV_E_SYNTAX);
+    EXPECT_EQ(v.reason, "emulation_prevention_three_byte: followed by 80 at byte 7 at bit 56");
+
+    // A unit whose escape went missing reads the same, and holds a start
+    // code or 00 00 00.
+    const Bytes good = writeUnit(qrvutilWrite_SPS, decodeSps(firstUnit(clipBytes("hrd_vui", ".h264"), 7)));
+    const Bytes escape = {0, 0, 3};
+    const size_t at = size_t(std::search(good.begin(), good.end(), escape.begin(), escape.end()) - good.begin());
+    ASSERT_LT(at, good.size());
+    Bytes bare = good;
+    bare.erase(bare.begin() + long(at) + 2);
+    v = validate(qrvutilValidate_SPS, bare);
+    EXPECT_EQ(v.status, QRV_E_SYNTAX);
+    char expected[96];
+    std::snprintf(expected, sizeof expected,
+                  "emulation_prevention_three_byte: missing from 00 00 %02X at byte %zu at bit %zu", bare[at + 2],
+                  at, at * 8);
+    EXPECT_EQ(v.reason, expected);
+    // Whatever the unit holds after it: 00 00 01 and 00 00 02 too.
+    for (uint8_t b : {0x01, 0x02}) {
+        Bytes startCode = plain;
+        startCode[7] = b;
+        EXPECT_EQ(validate(qrvutilValidate_SPS, startCode).status, QRV_E_SYNTAX) << int(b);
+    }
+}
+
 // ---- The readers' private copies go through the host allocator --------------------
 
 int gAllocs = 0, gFrees = 0;
