@@ -58,5 +58,6 @@ QRV_TEST_PACKAGES="$QRV_BUILD_PACKAGES libgtest-dev libxml2-utils clang ffmpeg x
 QRV_TEST_PACKAGES="$QRV_TEST_PACKAGES python3"
 QRV_BENCH_PACKAGES="$QRV_BUILD_PACKAGES libbenchmark-dev"
 QRV_FORMAT_PACKAGES="clang-format"
+QRV_DOCS_PACKAGES="$QRV_BUILD_PACKAGES doxygen"
 QRV_M32_PACKAGES="g++-multilib libtinyxml-dev:i386 libsqlite3-dev:i386 libgtest-dev:i386"
 QRV_FUZZ_PACKAGES="$QRV_BUILD_PACKAGES clang libclang-rt-14-dev python3"
