@@ -1,5 +1,13 @@
 // h264 tolength and h264 toannexb: whole-file framing conversion with the
-// library's in-place converters, one access unit at a time.
+// library's in-place converters.
+//
+// Files are converted in large blocks: each block is cut after its last whole
+// unit, converted with one library call and written with one write; the rest
+// is carried to the next block. Every unit is still checked the way the unit
+// reader checks it (framing, header byte, parameter sets, the slices of the
+// last access unit). Input the block path does not convert itself, and
+// standard input or output, go access unit by access unit through the unit
+// reader, which also names the byte where the input goes wrong.
 #include "access_units.h"
 #include "commands.h"
 #include "failure.h"
@@ -9,13 +17,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <climits>
+#include <cstring>
 
 namespace qrvtool {
 
 namespace {
 
 enum class Target { kLength, kAnnexB };
+
+// ---- Access unit by access unit ---------------------------------------------
 
 void convertAccessUnit(AccessUnit &au, bool lengthInput, Target target, const std::string &file) {
     if (au.bytes.size() > INT_MAX / 2)
@@ -32,7 +44,7 @@ void convertAccessUnit(AccessUnit &au, bool lengthInput, Target target, const st
     }
 }
 
-void runConvert(const std::string &inPath, const std::string &outPath, Target target) {
+void convertByAccessUnit(const std::string &inPath, const std::string &outPath, Target target) {
     InputFile in(inPath);
     UnitReader reader(in);
     OutputFile out(outPath);
@@ -43,6 +55,316 @@ void runConvert(const std::string &inPath, const std::string &outPath, Target ta
         out.write(au.bytes.data(), au.bytes.size());
     });
     out.commit();
+}
+
+// ---- In blocks ---------------------------------------------------------------------
+
+constexpr size_t kBlock = 8u << 20;
+// Room after the data: the library's bit reader may look one byte past a unit.
+constexpr size_t kPadding = 8;
+// The slice reader decodes at most this many bytes of a slice.
+constexpr uint32_t kSliceHeaderBytes = 256;
+
+// Thrown by the block path at input it leaves to the access-unit path.
+struct LeftToUnitReader {};
+
+// Room a block of start-code input needs when converted in place: every
+// 3-byte code is widened by one byte, and codes are at least 3 bytes apart.
+size_t convertedRoom(size_t data) { return data + data / 3 + 4 + kPadding; }
+
+bool isPrefixType(int type) {
+    return type == 6 || type == 7 || type == 8 || type == 9 || type == 13 ||
+           (type >= 14 && type <= 18);
+}
+
+// Checks the units of length-framed spans in file order, as the unit reader
+// and the access-unit walk check them, and keeps the slices of the access
+// unit still open so that they can be decoded once the file has ended.
+class UnitChecks {
+public:
+    UnitChecks(ParameterSets &sets, bool trimZeros) : sets_(sets), trimZeros_(trimZeros) {}
+
+    struct Span {
+        size_t consumed;  // bytes of whole units read
+        size_t kept;      // bytes they take once trailing zeros are dropped
+    };
+    // Walks the whole units at the front of buf[0, len). `fileLeft` is how
+    // many bytes of the file start at buf[0]. With trimming, zero bytes that
+    // end a unit are dropped and the units behind moved up.
+    Span walk(uint8_t *buf, size_t len, uint64_t fileLeft);
+    // Copies the open access unit's slices out of a buffer about to be reused.
+    void keepOpenSlices(const uint8_t *buf);
+    // Decodes the slices of the last access unit, since a cut file shows there.
+    void checkLastSlices();
+
+private:
+    void note(const uint8_t *unit, uint32_t size, size_t at);
+    void openAccessUnit();
+
+    struct SliceAt {
+        size_t at;
+        uint32_t size;
+    };
+    struct SliceCopy {
+        std::vector<uint8_t> bytes;
+        uint32_t size;
+    };
+    ParameterSets &sets_;
+    bool trimZeros_;
+    bool seenUnit_ = false;
+    bool lastWasSlice_ = false;  // of the units that open access units, the last was a slice
+    std::vector<SliceAt> spanSlices_;
+    std::vector<SliceCopy> keptSlices_;
+};
+
+UnitChecks::Span UnitChecks::walk(uint8_t *buf, size_t len, uint64_t fileLeft) {
+    size_t at = 0;
+    size_t kept = 0;
+    while (len - at >= 4) {
+        const uint32_t size = bigEndian32(buf + at);
+        if (size == 0 || size > fileLeft - at - 4) throw LeftToUnitReader{};
+        if (size > len - at - 4) break;
+        uint8_t *unit = buf + at + 4;
+        uint32_t keptSize = size;
+        if (trimZeros_)
+            while (keptSize > 0 && unit[keptSize - 1] == 0) --keptSize;
+        if (keptSize == 0) throw LeftToUnitReader{};
+        if (kept != at || keptSize != size) {
+            putBigEndian32(buf + kept, keptSize);
+            std::memmove(buf + kept + 4, unit, keptSize);
+            unit = buf + kept + 4;
+        }
+        note(unit, keptSize, kept + 4);
+        at += 4 + size;
+        kept += 4 + keptSize;
+    }
+    return {at, kept};
+}
+
+// An access unit opens at the first unit, at a unit that comes before a
+// picture's slices when a slice was the last such unit, and at a slice
+// starting at macroblock 0 right after another slice.
+void UnitChecks::note(const uint8_t *unit, uint32_t size, size_t at) {
+    if (unit[0] & 0x80) throw LeftToUnitReader{};
+    const int type = unit[0] & 0x1F;
+    const bool opens = !seenUnit_;
+    seenUnit_ = true;
+    if (type >= 1 && type <= 5) {
+        if (lastWasSlice_ && size < 2) throw LeftToUnitReader{};
+        // first_mb_in_slice is 0 when its code is the single bit 1.
+        if (opens || (lastWasSlice_ && (unit[1] & 0x80))) openAccessUnit();
+        spanSlices_.push_back({at, size});
+        lastWasSlice_ = true;
+        return;
+    }
+    if (isPrefixType(type)) {
+        if (opens || lastWasSlice_) openAccessUnit();
+        lastWasSlice_ = false;
+        NalUnit nal;
+        nal.data = unit;
+        nal.size = size;
+        try {
+            if (type == 7) sets_.addSps(nal);
+            if (type == 8) sets_.addPps(nal);
+        } catch (const InputError &) {
+            throw LeftToUnitReader{};
+        }
+        return;
+    }
+    if (opens) openAccessUnit();
+}
+
+void UnitChecks::openAccessUnit() {
+    spanSlices_.clear();
+    keptSlices_.clear();
+}
+
+void UnitChecks::keepOpenSlices(const uint8_t *buf) {
+    for (const SliceAt &slice : spanSlices_) {
+        const uint32_t copied = std::min(slice.size, kSliceHeaderBytes);
+        SliceCopy copy{std::vector<uint8_t>(copied + kPadding, 0), slice.size};
+        std::memcpy(copy.bytes.data(), buf + slice.at, copied);
+        keptSlices_.push_back(std::move(copy));
+    }
+    spanSlices_.clear();
+}
+
+void UnitChecks::checkLastSlices() {
+    SLICE_HEADER header{};
+    for (const SliceCopy &slice : keptSlices_) {
+        NalUnit nal;
+        nal.data = slice.bytes.data();
+        nal.size = slice.size;
+        try {
+            sets_.readSlice(nal, header);
+        } catch (const InputError &) {
+            throw LeftToUnitReader{};
+        }
+    }
+}
+
+// Length fields to start codes with one library call. A buffer that begins
+// with a field of 1 is taken by the converter as already converted: such
+// units read the same either way and are stepped over first.
+void lengthsToCodes(uint8_t *buf, size_t len) {
+    size_t at = 0;
+    while (len - at >= 5 && bigEndian32(buf + at) == 1) at += 5;
+    if (len - at > UINT_MAX ||
+        qrvUtilh264SizeToMarker(buf + at, static_cast<unsigned>(len - at)) != len - at)
+        throw LeftToUnitReader{};
+}
+
+// Start of the last start code in buf[from, end) other than one at `from`,
+// or `from` when there is none: found from the end.
+size_t lastStartCode(const uint8_t *buf, size_t from, size_t end) {
+    size_t below = end;
+    while (below > from + 2) {
+        const void *found = memrchr(buf + from + 2, 1, below - from - 2);
+        if (!found) break;
+        const size_t one = static_cast<size_t>(static_cast<const uint8_t *>(found) - buf);
+        if (buf[one - 1] == 0 && buf[one - 2] == 0) {
+            size_t start = one - 2;
+            if (start > from && buf[start - 1] == 0) --start;  // a 4-byte code
+            return start;
+        }
+        below = one;
+    }
+    return from;
+}
+
+// A 00 00 01 that ends a span has no unit after it.
+bool endsWithStartCode(const uint8_t *buf, size_t len) {
+    return len >= 3 && buf[len - 3] == 0 && buf[len - 2] == 0 && buf[len - 1] == 1;
+}
+
+class BlockConverter {
+public:
+    BlockConverter(const std::string &inPath, const std::string &outPath, Target target)
+        : in_(inPath), out_(outPath), sets_(in_.name()), target_(target),
+          progress_(in_.name(), in_.size()) {}
+
+    void fromLengths();
+    void fromStartCodes();
+    void commit() { out_.commit(); }
+
+private:
+    // Reads behind the `have` bytes kept in buffer_, up to `limit`; false at
+    // the end of the file.
+    bool fill(size_t limit);
+
+    InputFile in_;
+    OutputFile out_;
+    ParameterSets sets_;
+    Target target_;
+    Progress progress_;
+    std::vector<uint8_t> buffer_;
+    size_t have_ = 0;
+    uint64_t base_ = 0;  // file offset of buffer_[0]
+};
+
+bool BlockConverter::fill(size_t limit) {
+    const size_t got = in_.read(buffer_.data() + have_, limit - have_);
+    const bool more = have_ + got == limit;
+    have_ += got;
+    std::memset(buffer_.data() + have_, 0, kPadding);
+    progress_.update(base_ + have_);
+    return more;
+}
+
+void BlockConverter::fromLengths() {
+    UnitChecks checks(sets_, false);
+    size_t limit = kBlock;
+    buffer_.resize(limit + kPadding);
+    for (;;) {
+        const bool more = fill(limit);
+        const UnitChecks::Span span = checks.walk(buffer_.data(), have_, in_.size() - base_);
+        if (!more && span.consumed != have_) throw LeftToUnitReader{};
+        if (span.consumed == 0 && more) {
+            // One unit larger than the block: the buffer grows to hold it.
+            limit = std::max(limit, size_t{4} + bigEndian32(buffer_.data()));
+            buffer_.resize(limit + kPadding);
+            continue;
+        }
+        checks.keepOpenSlices(buffer_.data());
+        if (target_ == Target::kAnnexB) lengthsToCodes(buffer_.data(), span.consumed);
+        out_.write(buffer_.data(), span.consumed);
+        have_ -= span.consumed;
+        base_ += span.consumed;
+        std::memmove(buffer_.data(), buffer_.data() + span.consumed, have_);
+        if (!more) break;
+    }
+    checks.checkLastSlices();
+}
+
+void BlockConverter::fromStartCodes() {
+    UnitChecks checks(sets_, true);
+    size_t limit = kBlock;
+    buffer_.resize(convertedRoom(limit));
+    std::vector<uint8_t> rest;
+    // Zero bytes ahead of the first 4-byte code belong to no unit.
+    size_t from = 0;
+    bool first = true;
+    for (;;) {
+        const bool more = fill(limit);
+        if (first) {
+            while (from < have_ && buffer_[from] == 0) ++from;
+            from = from > 3 ? from - 3 : 0;
+            first = false;
+        }
+        const size_t cut = more ? lastStartCode(buffer_.data(), from, have_) : have_;
+        if (cut == from && more) {
+            limit *= 2;  // one unit larger than the block
+            buffer_.resize(convertedRoom(limit));
+            continue;
+        }
+        uint8_t *span = buffer_.data() + from;
+        const size_t length = cut - from;
+        if (length > INT_MAX / 2 || endsWithStartCode(span, length)) throw LeftToUnitReader{};
+        // The converted span grows into the bytes after the cut.
+        rest.assign(buffer_.begin() + static_cast<ptrdiff_t>(cut),
+                    buffer_.begin() + static_cast<ptrdiff_t>(have_));
+        const int converted = length ? qrvUtilh264MarkerToSize(span, static_cast<int>(length)) : 0;
+        std::memset(span + converted, 0, kPadding);
+        const UnitChecks::Span units =
+            checks.walk(span, static_cast<size_t>(converted), static_cast<size_t>(converted));
+        checks.keepOpenSlices(span);
+        if (target_ == Target::kAnnexB) lengthsToCodes(span, units.kept);
+        out_.write(span, units.kept);
+        std::copy(rest.begin(), rest.end(), buffer_.begin());
+        base_ += cut;
+        have_ = rest.size();
+        from = 0;
+        if (!more) break;
+    }
+    checks.checkLastSlices();
+}
+
+void convertInBlocks(const std::string &inPath, const std::string &outPath, Target target) {
+    bool lengthInput = false;
+    {
+        // Tells the framing apart, and rejects what is no stream at all, as
+        // the unit reader does.
+        InputFile probe(inPath);
+        lengthInput = UnitReader(probe).lengthFramed();
+    }
+    BlockConverter converter(inPath, outPath, target);
+    if (lengthInput)
+        converter.fromLengths();
+    else
+        converter.fromStartCodes();
+    converter.commit();
+}
+
+void runConvert(const std::string &inPath, const std::string &outPath, Target target) {
+    // Standard input cannot be read twice, nor standard output taken back.
+    if (inPath != "-" && outPath != "-") {
+        try {
+            convertInBlocks(inPath, outPath, target);
+            return;
+        } catch (const LeftToUnitReader &) {
+        }
+    }
+    convertByAccessUnit(inPath, outPath, target);
 }
 
 }  // namespace
