@@ -60,6 +60,9 @@ void convertByAccessUnit(const std::string &inPath, const std::string &outPath, 
 // ---- In blocks ---------------------------------------------------------------------
 
 constexpr size_t kBlock = 8u << 20;
+// Start-code input is converted in pieces of about this size, each while it
+// is still in the processor's cache.
+constexpr size_t kPiece = 64u << 10;
 // Room after the data: the library's bit reader may look one byte past a unit.
 constexpr size_t kPadding = 8;
 // The slice reader decodes at most this many bytes of a slice.
@@ -68,9 +71,10 @@ constexpr uint32_t kSliceHeaderBytes = 256;
 // Thrown by the block path at input it leaves to the access-unit path.
 struct LeftToUnitReader {};
 
-// Room a block of start-code input needs when converted in place: every
-// 3-byte code is widened by one byte, and codes are at least 3 bytes apart.
-size_t convertedRoom(size_t data) { return data + data / 3 + 4 + kPadding; }
+// Start-code input is read behind this much room, into which it is
+// converted from the front: a piece grows by at most its own length (a
+// 3-byte code is widened by one byte, and codes are at least 3 bytes apart).
+size_t convertedRoom(size_t data) { return data + kPadding; }
 
 bool isPrefixType(int type) {
     return type == 6 || type == 7 || type == 8 || type == 9 || type == 13 ||
@@ -88,10 +92,10 @@ public:
         size_t consumed;  // bytes of whole units read
         size_t kept;      // bytes they take once trailing zeros are dropped
     };
-    // Walks the whole units at the front of buf[0, len). `fileLeft` is how
-    // many bytes of the file start at buf[0]. With trimming, zero bytes that
-    // end a unit are dropped and the units behind moved up.
-    Span walk(uint8_t *buf, size_t len, uint64_t fileLeft);
+    // Walks the whole units at the front of buf[from, from + len). `fileLeft`
+    // is how many bytes of the file start at buf[from]. With trimming, zero
+    // bytes that end a unit are dropped and the units behind moved up.
+    Span walk(uint8_t *buf, size_t from, size_t len, uint64_t fileLeft);
     // Copies the open access unit's slices out of a buffer about to be reused.
     void keepOpenSlices(const uint8_t *buf);
     // Decodes the slices of the last access unit, since a cut file shows there.
@@ -117,13 +121,14 @@ private:
     std::vector<SliceCopy> keptSlices_;
 };
 
-UnitChecks::Span UnitChecks::walk(uint8_t *buf, size_t len, uint64_t fileLeft) {
-    size_t at = 0;
-    size_t kept = 0;
-    while (len - at >= 4) {
+UnitChecks::Span UnitChecks::walk(uint8_t *buf, size_t from, size_t len, uint64_t fileLeft) {
+    const size_t end = from + len;
+    size_t at = from;
+    size_t kept = from;
+    while (end - at >= 4) {
         const uint32_t size = bigEndian32(buf + at);
-        if (size == 0 || size > fileLeft - at - 4) throw LeftToUnitReader{};
-        if (size > len - at - 4) break;
+        if (size == 0 || size > fileLeft - (at - from) - 4) throw LeftToUnitReader{};
+        if (size > end - at - 4) break;
         uint8_t *unit = buf + at + 4;
         uint32_t keptSize = size;
         if (trimZeros_)
@@ -138,7 +143,7 @@ UnitChecks::Span UnitChecks::walk(uint8_t *buf, size_t len, uint64_t fileLeft) {
         at += 4 + size;
         kept += 4 + keptSize;
     }
-    return {at, kept};
+    return {at - from, kept - from};
 }
 
 // An access unit opens at the first unit, at a unit that comes before a
@@ -248,9 +253,10 @@ public:
     void commit() { out_.commit(); }
 
 private:
-    // Reads behind the `have` bytes kept in buffer_, up to `limit`; false at
-    // the end of the file.
-    bool fill(size_t limit);
+    // Reads behind the `have` bytes kept at buffer_[at], up to `limit`; false
+    // at the end of the file.
+    bool fill(size_t at, size_t limit);
+    size_t convertPiece(UnitChecks &checks, size_t to, size_t from, size_t length);
 
     InputFile in_;
     OutputFile out_;
@@ -262,11 +268,12 @@ private:
     uint64_t base_ = 0;  // file offset of buffer_[0]
 };
 
-bool BlockConverter::fill(size_t limit) {
-    const size_t got = in_.read(buffer_.data() + have_, limit - have_);
+bool BlockConverter::fill(size_t at, size_t limit) {
+    uint8_t *data = buffer_.data() + at;
+    const size_t got = in_.read(data + have_, limit - have_);
     const bool more = have_ + got == limit;
     have_ += got;
-    std::memset(buffer_.data() + have_, 0, kPadding);
+    std::memset(data + have_, 0, kPadding);
     progress_.update(base_ + have_);
     return more;
 }
@@ -276,8 +283,9 @@ void BlockConverter::fromLengths() {
     size_t limit = kBlock;
     buffer_.resize(limit + kPadding);
     for (;;) {
-        const bool more = fill(limit);
-        const UnitChecks::Span span = checks.walk(buffer_.data(), have_, in_.size() - base_);
+        const bool more = fill(0, limit);
+        const uint64_t fileLeft = std::max<uint64_t>(in_.size() - base_, have_);
+        const UnitChecks::Span span = checks.walk(buffer_.data(), 0, have_, fileLeft);
         if (!more && span.consumed != have_) throw LeftToUnitReader{};
         if (span.consumed == 0 && more) {
             // One unit larger than the block: the buffer grows to hold it.
@@ -296,43 +304,62 @@ void BlockConverter::fromLengths() {
     checks.checkLastSlices();
 }
 
+// Converts a piece of start-code input at buf[from, from + length) to
+// lengths at buf[to, ...), to <= from, checks its units and converts them on
+// to start codes when asked; returns the bytes now at `to`.
+size_t BlockConverter::convertPiece(UnitChecks &checks, size_t to, size_t from, size_t length) {
+    uint8_t *buf = buffer_.data();
+    if (length > INT_MAX / 2 || endsWithStartCode(buf + from, length)) throw LeftToUnitReader{};
+    std::memmove(buf + to, buf + from, length);
+    const size_t converted = static_cast<size_t>(qrvUtilh264MarkerToSize(buf + to, static_cast<int>(length)));
+    const UnitChecks::Span units = checks.walk(buf, to, converted, converted);
+    if (target_ == Target::kAnnexB) lengthsToCodes(buf + to, units.kept);
+    return units.kept;
+}
+
 void BlockConverter::fromStartCodes() {
     UnitChecks checks(sets_, true);
     size_t limit = kBlock;
-    buffer_.resize(convertedRoom(limit));
+    size_t room = convertedRoom(limit);
+    buffer_.resize(room + limit + kPadding);
     std::vector<uint8_t> rest;
     // Zero bytes ahead of the first 4-byte code belong to no unit.
     size_t from = 0;
     bool first = true;
     for (;;) {
-        const bool more = fill(limit);
+        const bool more = fill(room, limit);
+        uint8_t *data = buffer_.data() + room;
         if (first) {
-            while (from < have_ && buffer_[from] == 0) ++from;
+            while (from < have_ && data[from] == 0) ++from;
             from = from > 3 ? from - 3 : 0;
             first = false;
         }
-        const size_t cut = more ? lastStartCode(buffer_.data(), from, have_) : have_;
+        const size_t cut = more ? lastStartCode(data, from, have_) : have_;
         if (cut == from && more) {
-            limit *= 2;  // one unit larger than the block
-            buffer_.resize(convertedRoom(limit));
+            // One unit larger than the block: the buffer grows to hold it.
+            rest.assign(data, data + have_);
+            limit *= 2;
+            room = convertedRoom(limit);
+            buffer_.resize(room + limit + kPadding);
+            std::copy(rest.begin(), rest.end(), buffer_.begin() + static_cast<ptrdiff_t>(room));
             continue;
         }
-        uint8_t *span = buffer_.data() + from;
-        const size_t length = cut - from;
-        if (length > INT_MAX / 2 || endsWithStartCode(span, length)) throw LeftToUnitReader{};
-        // The converted span grows into the bytes after the cut.
-        rest.assign(buffer_.begin() + static_cast<ptrdiff_t>(cut),
-                    buffer_.begin() + static_cast<ptrdiff_t>(have_));
-        const int converted = length ? qrvUtilh264MarkerToSize(span, static_cast<int>(length)) : 0;
-        std::memset(span + converted, 0, kPadding);
-        const UnitChecks::Span units =
-            checks.walk(span, static_cast<size_t>(converted), static_cast<size_t>(converted));
-        checks.keepOpenSlices(span);
-        if (target_ == Target::kAnnexB) lengthsToCodes(span, units.kept);
-        out_.write(span, units.kept);
-        std::copy(rest.begin(), rest.end(), buffer_.begin());
+        size_t written = 0;
+        for (size_t at = from; at < cut;) {
+            size_t end = cut;
+            for (size_t piece = kPiece; at + piece < cut; piece *= 2) {
+                end = lastStartCode(data, at, at + piece);
+                if (end > at) break;
+                end = cut;
+            }
+            written += convertPiece(checks, written, room + at, end - at);
+            at = end;
+        }
+        checks.keepOpenSlices(buffer_.data());
+        out_.write(buffer_.data(), written);
+        have_ -= cut;
         base_ += cut;
-        have_ = rest.size();
+        std::memmove(data, data + cut, have_);
         from = 0;
         if (!more) break;
     }
