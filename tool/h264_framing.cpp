@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <sys/stat.h>
 
 namespace qrvtool {
 
@@ -59,7 +60,7 @@ void convertByAccessUnit(const std::string &inPath, const std::string &outPath, 
 
 // ---- In blocks ---------------------------------------------------------------------
 
-constexpr size_t kBlock = 8u << 20;
+constexpr size_t kBlock = 1u << 20;
 // Start-code input is converted in pieces of about this size, each while it
 // is still in the processor's cache.
 constexpr size_t kPiece = 64u << 10;
@@ -265,7 +266,7 @@ private:
     Progress progress_;
     std::vector<uint8_t> buffer_;
     size_t have_ = 0;
-    uint64_t base_ = 0;  // file offset of buffer_[0]
+    uint64_t base_ = 0;  // file offset of the first byte kept
 };
 
 bool BlockConverter::fill(size_t at, size_t limit) {
@@ -311,7 +312,8 @@ size_t BlockConverter::convertPiece(UnitChecks &checks, size_t to, size_t from, 
     uint8_t *buf = buffer_.data();
     if (length > INT_MAX / 2 || endsWithStartCode(buf + from, length)) throw LeftToUnitReader{};
     std::memmove(buf + to, buf + from, length);
-    const size_t converted = static_cast<size_t>(qrvUtilh264MarkerToSize(buf + to, static_cast<int>(length)));
+    const size_t converted =
+        static_cast<size_t>(qrvUtilh264MarkerToSize(buf + to, static_cast<int>(length)));
     const UnitChecks::Span units = checks.walk(buf, to, converted, converted);
     if (target_ == Target::kAnnexB) lengthsToCodes(buf + to, units.kept);
     return units.kept;
@@ -382,9 +384,15 @@ void convertInBlocks(const std::string &inPath, const std::string &outPath, Targ
     converter.commit();
 }
 
+bool isRegularFile(const std::string &path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
 void runConvert(const std::string &inPath, const std::string &outPath, Target target) {
-    // Standard input cannot be read twice, nor standard output taken back.
-    if (inPath != "-" && outPath != "-") {
+    // Only a regular file can be read a second time, and standard output
+    // cannot be taken back.
+    if (inPath != "-" && outPath != "-" && isRegularFile(inPath)) {
         try {
             convertInBlocks(inPath, outPath, target);
             return;
