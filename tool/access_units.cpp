@@ -7,10 +7,8 @@ namespace {
 void appendUnit(AccessUnit &au, const NalUnit &unit) {
     static constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
     if (unit.framing == 0) {
-        const uint8_t length[4] = {static_cast<uint8_t>(unit.size >> 24),
-                                   static_cast<uint8_t>(unit.size >> 16),
-                                   static_cast<uint8_t>(unit.size >> 8),
-                                   static_cast<uint8_t>(unit.size)};
+        uint8_t length[4];
+        putBigEndian32(length, unit.size);
         au.bytes.insert(au.bytes.end(), length, length + 4);
     } else {
         // Every unit gets a 4-byte code: the converter then never has to widen

@@ -99,22 +99,25 @@ OutputFile::~OutputFile() {
     }
 }
 
-void OutputFile::flush() {
+void OutputFile::writeAll(const uint8_t *data, size_t size) {
     size_t done = 0;
-    while (done < pending_.size()) {
-        const ssize_t put = ::write(fd_, pending_.data() + done, pending_.size() - done);
+    while (done < size) {
+        const ssize_t put = ::write(fd_, data + done, size - done);
         if (put < 0 && errno == EINTR) continue;
         if (put < 0) throw InputError(path_, "", "write failed: " + systemReason());
         done += static_cast<size_t>(put);
     }
+}
+
+void OutputFile::flush() {
+    writeAll(pending_.data(), pending_.size());
     pending_.clear();
 }
 
 void OutputFile::write(const uint8_t *data, size_t size) {
     if (pending_.size() + size > kWriteBlock) flush();
     if (size >= kWriteBlock) {
-        pending_.assign(data, data + size);
-        flush();
+        writeAll(data, size);  // large blocks go out without a copy
         return;
     }
     pending_.insert(pending_.end(), data, data + size);

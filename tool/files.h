@@ -56,6 +56,7 @@ private:
     int fd_ = -1;
     std::vector<uint8_t> pending_;
     void flush();
+    void writeAll(const uint8_t *data, size_t size);
 };
 
 // Progress on standard error for large files, only when it is a terminal.

@@ -15,10 +15,6 @@ constexpr size_t kInitialBuffer = 4u << 20;
 // one byte past a unit.
 constexpr size_t kReaderPadding = 8;
 
-uint32_t bigEndian32(const uint8_t *p) {
-    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
-}
-
 }  // namespace
 
 UnitReader::UnitReader(InputFile &in) : in_(in), progress_(in.name(), in.size()) {

@@ -12,6 +12,17 @@
 
 namespace qrvtool {
 
+// The 4-byte big-endian unit length field.
+inline uint32_t bigEndian32(const uint8_t *p) {
+    return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | p[3];
+}
+inline void putBigEndian32(uint8_t *p, uint32_t value) {
+    p[0] = static_cast<uint8_t>(value >> 24);
+    p[1] = static_cast<uint8_t>(value >> 16);
+    p[2] = static_cast<uint8_t>(value >> 8);
+    p[3] = static_cast<uint8_t>(value);
+}
+
 struct NalUnit {
     uint64_t offset = 0;     // file offset of the framing (start code or length)
     unsigned framing = 0;    // 3 or 4: start-code bytes; 0: 4-byte length field

@@ -129,6 +129,99 @@ def group_framing(ctx):
         check(piped == f.read(), "tolength through pipes differs from files")
 
 
+def split_units(data):
+    """The units of an Annex B stream, each without its start code or trailing zeros."""
+    starts = [m.end() for m in re.finditer(b"\0\0\1", data)]
+    units = []
+    for i, begin in enumerate(starts):
+        end = starts[i + 1] - 3 if i + 1 < len(starts) else len(data)
+        units.append(data[begin:end].rstrip(b"\0"))
+    return units
+
+
+def to_lengths(units):
+    return b"".join(len(u).to_bytes(4, "big") + u for u in units)
+
+
+def converted_both_ways(ctx, command, path):
+    """h264 COMMAND on a file (in blocks) and through pipes (access unit by access
+    unit): the same bytes, or the same one-line failure."""
+    out = os.path.join(ctx.tmp, "blocks.out")
+    by_file = subprocess.run([ctx.tool, "h264", command, path, out], capture_output=True)
+    with open(path, "rb") as f:
+        piped = subprocess.run([ctx.tool, "h264", command, "-", "-"], stdin=f,
+                               capture_output=True)
+    name = "%s %s" % (command, os.path.basename(path))
+    file_err = by_file.stderr.decode(errors="replace").replace(path, "<stdin>")
+    check(by_file.returncode == piped.returncode and file_err == piped.stderr.decode(errors="replace"),
+          "%s: file %d %r, pipe %d %r" % (name, by_file.returncode, file_err, piped.returncode,
+                                          piped.stderr))
+    if by_file.returncode == 0:
+        with open(out, "rb") as f:
+            check(f.read() == piped.stdout, "%s: file and pipe outputs differ" % name)
+        os.remove(out)
+    else:
+        check(not os.path.exists(out), "%s: left %s behind" % (name, out))
+    return by_file.returncode
+
+
+def write_file(ctx, name, data):
+    path = os.path.join(ctx.tmp, name)
+    with open(path, "wb") as f:
+        f.write(data)
+    return path
+
+
+def group_framing_blocks(ctx):
+    """Conversion in blocks gives what conversion by access units gives, across block
+    cuts, for every framing detail and every way a file can be broken."""
+    os.makedirs(ctx.tmp, exist_ok=True)
+    for clip in clips(ctx):
+        for command in ("tolength", "toannexb"):
+            converted_both_ways(ctx, command, clip)
+    with open(os.path.join(ctx.data, "h264", "slices4.h264"), "rb") as f:
+        units = split_units(f.read())
+    # Over 16 MiB with 3- and 4-byte codes, zero bytes trailing some units and
+    # before the first code, so that block cuts fall on every kind of boundary.
+    codes = [b"\0\0\1", b"\0\0\0\1", b"\0\0\0\0\0\1", b"\0\0\1"]
+    mixed, i = bytearray(b"\0\0"), 0
+    while len(mixed) < (17 << 20):
+        for unit in units:
+            mixed += codes[i % 4] + unit + (b"\0" * (i % 3) if i % 7 == 0 else b"")
+            i += 1
+    mixed = bytes(mixed)
+    lengths = to_lengths(split_units(mixed))
+    # A unit larger than a block: 9 MiB of filler data after the first access unit.
+    big = units[:4] + [b"\x0c" + b"\xff" * (9 << 20)] + units[4:]
+    big_codes = b"".join(b"\0\0\0\1" + u for u in big)
+    streams = {"mixed.h264": mixed, "mixed.len": lengths, "big.h264": big_codes,
+               "big.len": to_lengths(big)}
+    for name, data in streams.items():
+        path = write_file(ctx, name, data)
+        for command in ("tolength", "toannexb"):
+            check(converted_both_ways(ctx, command, path) == 0, "%s %s failed" % (command, name))
+    # Broken past the first block: cut inside a unit and inside a length field, a
+    # forbidden_zero_bit, a zero length, a start code with nothing after it.
+    deep = len(mixed) - 5000
+    at = 0  # a length field near the end
+    while at + 4 + int.from_bytes(lengths[at:at + 4], "big") < len(lengths) - 5000:
+        at += 4 + int.from_bytes(lengths[at:at + 4], "big")
+    broken = {
+        "cut.h264": mixed[:mixed.rindex(b"\0\0\1") + 6],
+        "cut.len": lengths[:len(lengths) - 7],
+        "cut_field.len": lengths[:at + 2],
+        "forbidden.h264": mixed[:deep] + b"\0\0\1\x85" + mixed[deep:],
+        "zero.len": lengths[:at] + b"\0\0\0\0" + lengths[at:],
+        "empty_unit.h264": mixed[:deep] + b"\0\0\1\0\0\1" + mixed[deep:],
+        "ends_in_code.h264": mixed + b"\0\0\1",
+    }
+    for name, data in broken.items():
+        path = write_file(ctx, name, data)
+        for command in ("tolength", "toannexb"):
+            check(converted_both_ways(ctx, command, path) == 1, "%s %s did not fail" % (command, name))
+        os.remove(path)
+
+
 def sample_xml(ctx):
     """A document as the library writes it: encode of a hand-made JSON command."""
     command = {"cmd": 2, "channel": 1, "speed": 65520, "position": 1800,
