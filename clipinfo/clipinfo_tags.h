@@ -86,6 +86,7 @@ static_assert(kTextSlotNames[80] == nullptr, "slot 80 is unnamed");
 
 // Field names of QRVVIDEO, QRVAUDIO and QRVSYSTEM as displayed, by
 // description index 0x10000 + n.
+// clang-format off
 inline constexpr const char *kStreamFieldNames[] = {
     "Width", "Height", "Planes", "BitCount", "Compression",
     "SizeImage", "XPelsPerMeter", "YPelsPerMeter", "ClrUsed", "ClrImportant",
@@ -95,6 +96,7 @@ inline constexpr const char *kStreamFieldNames[] = {
     "EditCount", "FormatChangeCount", "Pitch", "DrFlags", "FileType",
     "ResKorvane", "AudioType", "AudioChannels", "AudioFrequency", "AudioBits",
 };
+// clang-format on
 inline constexpr size_t kStreamFieldCount = sizeof(kStreamFieldNames) / sizeof(kStreamFieldNames[0]);
 static_assert(kStreamFieldCount == 35, "35 stream description fields");
 

@@ -7,6 +7,7 @@
 /* State/value identifiers. The order is part of the contract: lookups return
  * the first matching row, and 64012 stands before 64011 because peers have
  * always listed them so. */
+// clang-format off
 constexpr mcmdXlat mcmdGSXlat[MCMD_GS_ROWS] = {
     {1, "tc"}, {2, "ub"}, {3, "ltctc"}, {4, "ltcub"}, {5, "vitctc"}, {6, "vitcub"},
     {7, "tcsource"}, {8, "tctype"}, {9, "start"}, {10, "end"}, {11, "in"}, {12, "lastin"},
@@ -153,6 +154,7 @@ constexpr mcmdXlat mcmdFLAGXlat[MCMD_FLAG_ROWS] = {
     {0x08000000u, "usenextfield"},  {0x10000000u, "invert"},
     {0x20000000u, "test"},          {0x80000000u, "noreturn"},
 };
+// clang-format on
 
 /* For callers' own use; the library never reads or fills it. */
 mcmdXlat mcmdGSStringXlat[MCMD_GS_ROWS] = {};

@@ -14,6 +14,7 @@ constexpr uint32_t kNa = kUnknown;
 
 /* Pixel or line count of size token t at index t - 1. Not sorted by size
  * (37 is 988, 38 is 857): codes in files and on the wire carry these tokens. */
+// clang-format off
 inline constexpr uint32_t kSizeOfToken[128] = {
     /*   1 */ 240, 243, 288, kNa, kNa, kNa, kNa, 320,
     /*   9 */ 352, 360, kNa, kNa, kNa, kNa, kNa, 480,
@@ -32,6 +33,7 @@ inline constexpr uint32_t kSizeOfToken[128] = {
     /* 113 */ kNa, kNa, kNa, kNa, kNa, kNa, kNa, 3840,
     /* 121 */ kNa, kNa, kNa, kNa, kNa, kNa, kNa, 4096,
 };
+// clang-format on
 
 struct TokenRange {
     uint32_t first;
@@ -43,6 +45,7 @@ struct TokenRange {
  * kSizeOfToken (1035 encodes as 48, whose size is 1024; tokens 90, 91, 92,
  * 100, 101, 106 and 120 are never chosen): codes already in files were made
  * by exactly these ranges. */
+// clang-format off
 inline constexpr TokenRange kTokenRanges[] = {
     {240, 240, 1}, {241, 287, 2}, {288, 319, 3}, {320, 351, 8},
     {352, 359, 9}, {360, 479, 10}, {480, 482, 16}, {483, 485, 17},
@@ -59,6 +62,7 @@ inline constexpr TokenRange kTokenRanges[] = {
     {1920, 2047, 89}, {2048, 2649, 96}, {2650, 3111, 104}, {3112, 4095, 107},
     {4096, 8192, 128},
 };
+// clang-format on
 
 struct RatePair {
     uint32_t rate;
@@ -93,6 +97,7 @@ struct RateCode {
     uint32_t tcType;
 };
 
+// clang-format off
 inline constexpr RateCode kRateCodes[] = {
     {14, k1498, "14.98", kTcDrop},       {15, k15, "15", kTcNonDrop},
     {23, k2398, "23.98", kTcFilmDrop},   {24, k24, "24", kTcFilm},
@@ -103,6 +108,7 @@ inline constexpr RateCode kRateCodes[] = {
     {71, k7193, "71.93", kTcFilmDrop},   {72, k72, "72", kTcFilm},
     {100, k100, "100", kTcPal},          {119, k11988, "119.88", kTcDrop},
 };
+// clang-format on
 
 /* A named signal format. fieldHeight is the height of one field for the
  * interlaced codes and 0 for the others. */
@@ -119,6 +125,7 @@ struct NamedFormat {
  * 720 wide, the 4320-line codes carry a 4096 height token. The scan letter's
  * case, the line-count-first 1080/1035 names and the 3840 name on the first
  * 4096-wide code are the names recorders have always shown; keep them. */
+// clang-format off
 inline constexpr NamedFormat kNamedFormats[] = {
     {0x1100401d, 640, 480, 240, k2997, "NTSC"},
     {0x1120421d, 720, 486, 243, k2997, "NTSC-CCIR601"},
@@ -221,6 +228,7 @@ inline constexpr NamedFormat kNamedFormats[] = {
     {0x2650b83b, 8192, 4320, 0, k5994, "8192x4320 59.94fps"},
     {0x2650b83c, 8192, 4320, 0, k60, "8192x4320 60fps"},
 };
+// clang-format on
 
 /* The longest name, "4096x2160psf 29.97fps", is 21 characters. */
 constexpr size_t kLongestName = 21;
@@ -236,6 +244,7 @@ struct ScaledRate {
     RatePair pair;
 };
 
+// clang-format off
 inline constexpr ScaledRate kScaledRates[] = {
     {2397, 2398, 23, {23976, 1000}},
     {2400, 2400, 23, k2398},
@@ -246,9 +255,11 @@ inline constexpr ScaledRate kScaledRates[] = {
     {3000, 3000, 30, k30},
     {23976, 23977, 23, {23976, 1000}},
 };
+// clang-format on
 
 /* vidNormalizeRateScale: rates that are already whole frames per second and
  * are kept, only the scale becoming 1 (29/1 stays 29/1). */
+// clang-format off
 inline constexpr uint32_t kWholeRates[] = {10, 15, 23, 24, 25, 29, 30, 59, 60};
 
 /* vidNormalizeRateScale: the canonical pair of any other rate by its
@@ -257,11 +268,14 @@ struct QuotientPair {
     uint32_t quotient;
     RatePair pair;
 };
+// clang-format on
 
+// clang-format off
 inline constexpr QuotientPair kQuotientPairs[] = {
     {23, k2398}, {24, k24}, {25, k25}, {29, k2997}, {30, k30},
     {48, k48},   {50, k50}, {59, k5994}, {60, k60},
 };
+// clang-format on
 
 } // namespace qrv::video
 
