@@ -10,9 +10,8 @@
 namespace {
 
 // Frequencies by samplingFrequencyIndex; 13 and 14 are reserved and read as 0.
-constexpr uint32_t kSamplingFrequencies[] = {96000, 88200, 64000, 48000, 44100,
-                                             32000, 24000, 22050, 16000, 12000,
-                                             11025, 8000,  7350,  0,     0};
+constexpr uint32_t kSamplingFrequencies[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050,
+                                             16000, 12000, 11025, 8000,  7350,  0,     0};
 // Index 15 means the frequency itself follows in the stream.
 constexpr uint32_t kExplicitFrequencyIndex = 15;
 static_assert(sizeof(kSamplingFrequencies) / sizeof(kSamplingFrequencies[0]) ==

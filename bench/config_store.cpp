@@ -154,16 +154,16 @@ void BM_SameStatementsOneTransaction(benchmark::State &state)
                        "INSERT OR REPLACE INTO config_values(key, name, type, num, text) "
                        "VALUES(?1, ?2, ?3, ?4, ?5)",
                        -1, &upsert, nullptr);
-    sqlite3_prepare_v2(db, "SELECT type, num, text FROM config_values WHERE key=?1 AND name=?2",
-                       -1, &select, nullptr);
+    sqlite3_prepare_v2(db, "SELECT type, num, text FROM config_values WHERE key=?1 AND name=?2", -1,
+                       &select, nullptr);
     FullRecord record;
     std::vector<std::pair<std::string, std::string>> texts; // name, value
     std::vector<std::pair<std::string, uint32_t>> numbers;
     {
         // The names as the store holds them after one record write.
         sqlite3_stmt *names = nullptr;
-        sqlite3_prepare_v2(db, "SELECT name, type, num, text FROM config_values WHERE key=?1",
-                           -1, &names, nullptr);
+        sqlite3_prepare_v2(db, "SELECT name, type, num, text FROM config_values WHERE key=?1", -1,
+                           &names, nullptr);
         qrvInfoWriteReg(&record.info, 1, 0);
         sqlite3_bind_text(names, 1, "Ovalbrook\\MetaData\\Default", -1, SQLITE_STATIC);
         while (sqlite3_step(names) == SQLITE_ROW) {
@@ -222,7 +222,7 @@ void BM_SameStatementsOneTransaction(benchmark::State &state)
 
 /* Keeps the best time per iteration of each benchmark over its repetitions. */
 class BestOfReporter : public benchmark::ConsoleReporter {
-public:
+  public:
     void ReportRuns(const std::vector<Run> &runs) override
     {
         for (const Run &run : runs)
@@ -241,7 +241,7 @@ public:
                         m->second, b->second, m->second / b->second, kRepetitions);
     }
 
-private:
+  private:
     std::map<std::string, double> best_;
 };
 

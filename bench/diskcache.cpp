@@ -27,16 +27,21 @@ constexpr unsigned long long kFileSize = 256ull << 20;
 constexpr unsigned kCacheSize = 1u << 20;
 constexpr unsigned kSteps[] = {188, 4096};
 
-bool ensureFile() {
+bool ensureFile()
+{
     struct stat st;
-    if (stat(kFilePath, &st) == 0 && static_cast<unsigned long long>(st.st_size) == kFileSize) return true;
+    if (stat(kFilePath, &st) == 0 && static_cast<unsigned long long>(st.st_size) == kFileSize)
+        return true;
     FILE *out = std::fopen(kFilePath, "wb");
-    if (out == nullptr) return false;
+    if (out == nullptr)
+        return false;
     std::vector<unsigned char> chunk(1 << 20);
     unsigned seed = 12345;
     for (unsigned long long written = 0; written < kFileSize; written += chunk.size()) {
-        for (unsigned char &byte : chunk) byte = static_cast<unsigned char>((seed = seed * 1103515245u + 12345u) >> 24);
-        if (std::fwrite(chunk.data(), 1, chunk.size(), out) != chunk.size()) break;
+        for (unsigned char &byte : chunk)
+            byte = static_cast<unsigned char>((seed = seed * 1103515245u + 12345u) >> 24);
+        if (std::fwrite(chunk.data(), 1, chunk.size(), out) != chunk.size())
+            break;
     }
     return std::fclose(out) == 0;
 }
@@ -44,7 +49,8 @@ bool ensureFile() {
 // Reads the whole file in `step`-byte pieces per iteration; both readers
 // share this loop so that only the read itself differs between them.
 template <typename ReadStep>
-void readSequentially(benchmark::State &state, unsigned step, ReadStep readStep) {
+void readSequentially(benchmark::State &state, unsigned step, ReadStep readStep)
+{
     std::vector<unsigned char> buf(step);
     bool ok = true;
     for (auto _ : state) {
@@ -57,13 +63,16 @@ void readSequentially(benchmark::State &state, unsigned step, ReadStep readStep)
             break;
         }
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kFileSize));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(kFileSize));
 }
 
-void readThroughCache(benchmark::State &state, unsigned step) {
+void readThroughCache(benchmark::State &state, unsigned step)
+{
     osHandle file = osCreateFile(kFilePath, QRV_ACCESS_READ, QRV_SHARE_READ_WRITE, nullptr,
                                  QRV_OPEN_EXISTING, 0, nullptr);
-    if (file == QRV_INVALID_FILE) return state.SkipWithError("cannot open the test file");
+    if (file == QRV_INVALID_FILE)
+        return state.SkipWithError("cannot open the test file");
     CKXDiskCache cache;
     cache.SetHandleAndCacheSize(file, kCacheSize, false);
     readSequentially(state, step, [&](unsigned char *buf, unsigned long long pos) {
@@ -73,9 +82,11 @@ void readThroughCache(benchmark::State &state, unsigned step) {
     osCloseFile(file);
 }
 
-void readWithPread(benchmark::State &state, unsigned step) {
+void readWithPread(benchmark::State &state, unsigned step)
+{
     int fd = open(kFilePath, O_RDONLY);
-    if (fd < 0) return state.SkipWithError("cannot open the test file");
+    if (fd < 0)
+        return state.SkipWithError("cannot open the test file");
     readSequentially(state, step, [&](unsigned char *buf, unsigned long long pos) {
         return pread(fd, buf, step, static_cast<off_t>(pos)) == static_cast<ssize_t>(step);
     });
@@ -88,9 +99,10 @@ struct Times {
 
 // Keeps each run's times per iteration so main() can print the ratios.
 class RatioReporter : public benchmark::ConsoleReporter {
-public:
+  public:
     RatioReporter() : ConsoleReporter(OO_Tabular) {}
-    void ReportRuns(const std::vector<Run> &runs) override {
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
         for (const Run &run : runs)
             if (run.run_type == Run::RT_Iteration && !run.error_occurred)
                 times[run.benchmark_name()] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
@@ -99,9 +111,10 @@ public:
     std::map<std::string, Times> times;
 };
 
-}  // namespace
+} // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv)
+{
     if (!ensureFile()) {
         std::fprintf(stderr, "cannot create %s\n", kFilePath);
         return 1;
@@ -121,8 +134,9 @@ int main(int argc, char **argv) {
         auto pread = reporter.times.find("pread/" + suffix);
         auto cached = reporter.times.find("cache/" + suffix);
         if (pread != reporter.times.end() && cached != reporter.times.end())
-            std::printf("%u-byte steps: pread time / CKXDiskCache time = %.2f (real), %.2f (CPU)\n", step,
-                        pread->second.real / cached->second.real, pread->second.cpu / cached->second.cpu);
+            std::printf("%u-byte steps: pread time / CKXDiskCache time = %.2f (real), %.2f (CPU)\n",
+                        step, pread->second.real / cached->second.real,
+                        pread->second.cpu / cached->second.cpu);
     }
     benchmark::Shutdown();
     return 0;

@@ -18,9 +18,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr const char *kClips[] = {"baseline_cavlc", "main_cabac_b", "high_cqm",
-                                  "mbaff",          "slices4",      "weightp",
-                                  "hrd_vui",        "hi444_lossless10"};
+constexpr const char *kClips[] = {"baseline_cavlc", "main_cabac_b", "high_cqm", "mbaff",
+                                  "slices4",        "weightp",      "hrd_vui",  "hi444_lossless10"};
 constexpr size_t kStreamBytes = size_t{32} << 20;
 
 Bytes readFile(const std::string &path)
@@ -112,7 +111,8 @@ void BM_SizeToMarker(benchmark::State &state)
         state.PauseTiming();
         std::memcpy(work.data(), s.data(), s.size());
         state.ResumeTiming();
-        benchmark::DoNotOptimize(qrvUtilh264SizeToMarker(work.data(), static_cast<unsigned>(s.size())));
+        benchmark::DoNotOptimize(
+            qrvUtilh264SizeToMarker(work.data(), static_cast<unsigned>(s.size())));
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * s.size()));
 }
@@ -121,7 +121,8 @@ void BM_MarkerToSizeLength(benchmark::State &state)
 {
     const Bytes &s = annexBStream();
     for (auto _ : state)
-        benchmark::DoNotOptimize(qrvUtilh264MarkerToSizeLength(s.data(), static_cast<int>(s.size())));
+        benchmark::DoNotOptimize(
+            qrvUtilh264MarkerToSizeLength(s.data(), static_cast<int>(s.size())));
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * s.size()));
 }
 
@@ -138,10 +139,7 @@ void walkUnits(benchmark::State &state, const Bytes &source)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * work.size()));
 }
 
-void BM_FindNalUnitsStartCodes(benchmark::State &state)
-{
-    walkUnits(state, annexBStream());
-}
+void BM_FindNalUnitsStartCodes(benchmark::State &state) { walkUnits(state, annexBStream()); }
 
 void BM_FindNalUnitsLengthPrefixed(benchmark::State &state)
 {

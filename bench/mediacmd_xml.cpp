@@ -25,20 +25,23 @@ namespace {
 
 unsigned long g_allocations = 0;
 
-void *countedHostAlloc(size_t size) {
+void *countedHostAlloc(size_t size)
+{
     ++g_allocations;
     return std::malloc(size);
 }
 
-}  // namespace
+} // namespace
 
 /* Counting replacements of the global allocation functions. GCC pairs a
  * replaced operator new with the free() inside the replaced delete and
  * warns about a mismatch that is not one. */
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void *operator new(size_t size) {
+void *operator new(size_t size)
+{
     ++g_allocations;
-    if (void *p = std::malloc(size ? size : 1)) return p;
+    if (void *p = std::malloc(size ? size : 1))
+        return p;
     throw std::bad_alloc();
 }
 void operator delete(void *p) noexcept { std::free(p); }
@@ -50,7 +53,8 @@ constexpr char kComment[] = " Korvane MEDIACMD xml structure version 1,0 ";
 constexpr unsigned kDropFrame = 4;
 
 /* A play command for a clip: the document is 397 bytes. */
-MEDIACMD playCommand() {
+MEDIACMD playCommand()
+{
     MEDIACMD cmd;
     initMediaCmd(&cmd, ctPlay);
     cmd.cmdFlags = cfUseSpeed | cfUseClipID | cfUsePosition;
@@ -62,40 +66,48 @@ MEDIACMD playCommand() {
     return cmd;
 }
 
-std::string documentText() {
+std::string documentText()
+{
     MEDIACMD cmd = playCommand();
     char *text = nullptr;
     MediaCmdToXMLString(&text, &cmd, kDropFrame);
     std::string s = text;
     MediaCmdFreeXMLString(&text);
-    if (s.size() != 397) std::abort();
+    if (s.size() != 397)
+        std::abort();
     return s;
 }
 
-void roundTrip(MEDIACMD *cmd, MEDIACMD *back) {
+void roundTrip(MEDIACMD *cmd, MEDIACMD *back)
+{
     char *text = nullptr;
     MediaCmdToXMLString(&text, cmd, kDropFrame);
     MediaCmdFromXMLString(back, nullptr, text);
     MediaCmdFreeXMLString(&text);
 }
 
-void parsePrint(const std::string &text, std::string *printed) {
+void parsePrint(const std::string &text, std::string *printed)
+{
     TiXmlDocument doc;
     doc.Parse(text.c_str());
     printed->clear();
     *printed << doc;
 }
 
-TiXmlElement *add(TiXmlElement *root, const char *name, int value, const char *text = nullptr) {
+TiXmlElement *add(TiXmlElement *root, const char *name, int value, const char *text = nullptr)
+{
     auto *element = new TiXmlElement(name);
     root->LinkEndChild(element);
-    if (value != 0x7FFFFFFF) element->SetAttribute("Value", value);
-    if (text) element->LinkEndChild(new TiXmlText(text));
+    if (value != 0x7FFFFFFF)
+        element->SetAttribute("Value", value);
+    if (text)
+        element->LinkEndChild(new TiXmlText(text));
     return element;
 }
 
 /* The same document written and read by hand with TinyXML. */
-void handBuiltRoundTrip(const MEDIACMD &cmd, MEDIACMD *back) {
+void handBuiltRoundTrip(const MEDIACMD &cmd, MEDIACMD *back)
+{
     TiXmlDocument doc;
     doc.LinkEndChild(new TiXmlDeclaration("1.0", "iso-8859-1", ""));
     auto *root = new TiXmlElement("MediaCmd");
@@ -131,7 +143,8 @@ void handBuiltRoundTrip(const MEDIACMD &cmd, MEDIACMD *back) {
                   {"Position", &back->Position}};
     for (const auto &v : values)
         if (const TiXmlElement *e = r->FirstChildElement(v.name))
-            if (e->QueryIntAttribute("Value", &value) == TIXML_SUCCESS) *v.field = value;
+            if (e->QueryIntAttribute("Value", &value) == TIXML_SUCCESS)
+                *v.field = value;
     int flag = 0;
     if (r->FirstChildElement("Cmd")->QueryIntAttribute("UseClipID", &flag) == TIXML_SUCCESS && flag)
         back->cmdFlags |= cfUseClipID;
@@ -140,7 +153,8 @@ void handBuiltRoundTrip(const MEDIACMD &cmd, MEDIACMD *back) {
 }
 
 template <typename Run>
-unsigned long allocationsOf(Run run) {
+unsigned long allocationsOf(Run run)
+{
     qrvHostServices services = {};
     services.size = sizeof services;
     services.alloc = countedHostAlloc;
@@ -153,34 +167,40 @@ unsigned long allocationsOf(Run run) {
     return counted;
 }
 
-void BM_TinyXmlParsePrint(benchmark::State &state) {
+void BM_TinyXmlParsePrint(benchmark::State &state)
+{
     const std::string text = documentText();
     std::string printed;
     for (auto _ : state) {
         parsePrint(text, &printed);
         benchmark::DoNotOptimize(printed.data());
     }
-    state.counters["allocations"] = static_cast<double>(allocationsOf([&] { parsePrint(text, &printed); }));
+    state.counters["allocations"] = static_cast<double>(
+        allocationsOf([&] { parsePrint(text, &printed); }));
 }
 
-void BM_HandBuiltTinyXmlRoundTrip(benchmark::State &state) {
+void BM_HandBuiltTinyXmlRoundTrip(benchmark::State &state)
+{
     const MEDIACMD cmd = playCommand();
     MEDIACMD back;
     for (auto _ : state) {
         handBuiltRoundTrip(cmd, &back);
         benchmark::DoNotOptimize(&back);
     }
-    state.counters["allocations"] = static_cast<double>(allocationsOf([&] { handBuiltRoundTrip(cmd, &back); }));
+    state.counters["allocations"] = static_cast<double>(
+        allocationsOf([&] { handBuiltRoundTrip(cmd, &back); }));
 }
 
-void BM_MediaCmdRoundTrip(benchmark::State &state) {
+void BM_MediaCmdRoundTrip(benchmark::State &state)
+{
     MEDIACMD cmd = playCommand();
     MEDIACMD back;
     for (auto _ : state) {
         roundTrip(&cmd, &back);
         benchmark::DoNotOptimize(&back);
     }
-    state.counters["allocations"] = static_cast<double>(allocationsOf([&] { roundTrip(&cmd, &back); }));
+    state.counters["allocations"] = static_cast<double>(
+        allocationsOf([&] { roundTrip(&cmd, &back); }));
 }
 
 BENCHMARK(BM_TinyXmlParsePrint)->Repetitions(7);
@@ -189,13 +209,16 @@ BENCHMARK(BM_MediaCmdRoundTrip)->Repetitions(7);
 
 /* Keeps the best time of each benchmark's repetitions. */
 class BestOf : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run> &runs) override {
+  public:
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
         for (const Run &run : runs) {
-            if (run.run_type != Run::RT_Iteration) continue;
+            if (run.run_type != Run::RT_Iteration)
+                continue;
             const double t = run.GetAdjustedCPUTime();
             auto it = best.find(run.run_name.function_name);
-            if (it == best.end() || t < it->second) best[run.run_name.function_name] = t;
+            if (it == best.end() || t < it->second)
+                best[run.run_name.function_name] = t;
             allocations[run.run_name.function_name] = run.counters.at("allocations");
         }
         ConsoleReporter::ReportRuns(runs);
@@ -204,22 +227,25 @@ public:
     std::map<std::string, double> allocations;
 };
 
-}  // namespace
+} // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv)
+{
     benchmark::Initialize(&argc, argv);
     BestOf reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const double ours = reporter.best["BM_MediaCmdRoundTrip"];
-    if (ours <= 0) return 0;
+    if (ours <= 0)
+        return 0;
     std::printf("\nround trip, best of 7: %.0f ns CPU, %.0f allocations (goal <= 35)\n", ours,
                 reporter.allocations["BM_MediaCmdRoundTrip"]);
     std::printf("ratio to TinyXML parse+print (%.0f ns, %.0f allocations): %.2f (goal >= 0.85)\n",
                 reporter.best["BM_TinyXmlParsePrint"], reporter.allocations["BM_TinyXmlParsePrint"],
                 reporter.best["BM_TinyXmlParsePrint"] / ours);
-    std::printf("ratio to hand-built TinyXML round trip (%.0f ns, %.0f allocations): %.2f (goal >= 1.2)\n",
-                reporter.best["BM_HandBuiltTinyXmlRoundTrip"],
-                reporter.allocations["BM_HandBuiltTinyXmlRoundTrip"],
-                reporter.best["BM_HandBuiltTinyXmlRoundTrip"] / ours);
+    std::printf(
+        "ratio to hand-built TinyXML round trip (%.0f ns, %.0f allocations): %.2f (goal >= 1.2)\n",
+        reporter.best["BM_HandBuiltTinyXmlRoundTrip"],
+        reporter.allocations["BM_HandBuiltTinyXmlRoundTrip"],
+        reporter.best["BM_HandBuiltTinyXmlRoundTrip"] / ours);
     return 0;
 }

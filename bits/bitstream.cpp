@@ -5,10 +5,7 @@ using qrv::len_table_mini;
 
 namespace {
 
-uint8_t *writableBytes(kx_bitstream *bs)
-{
-    return reinterpret_cast<uint8_t *>(bs->buffer);
-}
+uint8_t *writableBytes(kx_bitstream *bs) { return reinterpret_cast<uint8_t *>(bs->buffer); }
 
 // Bit length of an Exp-Golomb word by tiers: one table look-up plus a tier
 // offset. The top tier adds 48 where 24 would be the bit length; streams and
@@ -47,10 +44,7 @@ int PeekBit(kx_bitstream *bs, int32_t n)
     return pos >= bs->bit_end ? 1 : qrv::bitAt(bs, pos);
 }
 
-int IsEndOfStream(kx_bitstream *bs)
-{
-    return bs->bit_pos >= bs->bit_end ? 1 : 0;
-}
+int IsEndOfStream(kx_bitstream *bs) { return bs->bit_pos >= bs->bit_end ? 1 : 0; }
 
 void WriteBit(kx_bitstream *bs, int b)
 {
@@ -67,25 +61,13 @@ int intlog2(int32_t x)
 
 QRV_EXTERN_C_BEGIN
 
-int ReadBit(kx_bitstream *bs)
-{
-    return qrv::readBit(bs);
-}
+int ReadBit(kx_bitstream *bs) { return qrv::readBit(bs); }
 
-uint32_t ReadBits(kx_bitstream *bs, int32_t n)
-{
-    return qrv::readBits(bs, n);
-}
+uint32_t ReadBits(kx_bitstream *bs, int32_t n) { return qrv::readBits(bs, n); }
 
-uint32_t ReadExponentialGolombCode(kx_bitstream *bs)
-{
-    return qrv::readUe(bs);
-}
+uint32_t ReadExponentialGolombCode(kx_bitstream *bs) { return qrv::readUe(bs); }
 
-int32_t ReadExponentialGolombCodeSigned(kx_bitstream *bs)
-{
-    return qrv::readSe(bs);
-}
+int32_t ReadExponentialGolombCodeSigned(kx_bitstream *bs) { return qrv::readSe(bs); }
 
 void WriteBits(kx_bitstream *bs, int32_t n, uint32_t value)
 {

@@ -116,20 +116,11 @@ inline int32_t readSe(kx_bitstream *bs)
     return -static_cast<int32_t>(code / 2u);
 }
 
-inline int32_t readFlag(kx_bitstream *bs)
-{
-    return static_cast<int32_t>(readBits(bs, 1));
-}
+inline int32_t readFlag(kx_bitstream *bs) { return static_cast<int32_t>(readBits(bs, 1)); }
 
-inline int32_t readU(kx_bitstream *bs, int32_t n)
-{
-    return static_cast<int32_t>(readBits(bs, n));
-}
+inline int32_t readU(kx_bitstream *bs, int32_t n) { return static_cast<int32_t>(readBits(bs, n)); }
 
-inline int32_t readUeField(kx_bitstream *bs)
-{
-    return static_cast<int32_t>(readUe(bs));
-}
+inline int32_t readUeField(kx_bitstream *bs) { return static_cast<int32_t>(readUe(bs)); }
 
 // Ceil(Log2(n)): 0 for n of 0 or 1. The one ceil-log2 of the library
 // (intlog2 is this over signed values).
@@ -141,10 +132,7 @@ constexpr int32_t ceilLog2(uint64_t n)
     return bits;
 }
 
-inline bool pastEnd(const kx_bitstream *bs)
-{
-    return bs->bit_pos > bs->bit_end;
-}
+inline bool pastEnd(const kx_bitstream *bs) { return bs->bit_pos > bs->bit_end; }
 
 inline void alignToByte(kx_bitstream *bs)
 {

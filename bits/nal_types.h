@@ -16,14 +16,8 @@ constexpr uint8_t kSpsExtension = 13;
 constexpr uint8_t kSliceExtension = 20;
 
 // nal_unit_type of a unit's header byte.
-constexpr uint8_t typeOf(uint8_t header)
-{
-    return header & 0x1F;
-}
+constexpr uint8_t typeOf(uint8_t header) { return header & 0x1F; }
 
-constexpr bool isSlice(uint8_t type)
-{
-    return type >= kSliceNonIdr && type <= kSliceIdr;
-}
+constexpr bool isSlice(uint8_t type) { return type >= kSliceNonIdr && type <= kSliceIdr; }
 
 } // namespace qrv::nal

@@ -12,7 +12,7 @@ namespace qrv {
 // it its own way and recorded files decode by those ways, so each keeps its
 // rule (the constants below); all of them run through the one routine.
 struct RemovableBytes {
-    const uint8_t *bytes;         // bytes dropped when they follow 00 00
+    const uint8_t *bytes; // bytes dropped when they follow 00 00
     std::size_t count;
     std::size_t firstCandidate;   // lowest index whose byte may be dropped
     std::size_t skipAfterRemoval; // positions not examined after a removal,

@@ -14,14 +14,11 @@ namespace qrv {
 
 namespace {
 
-bool codeAt(const uint8_t *p)
-{
-    return p[0] == 0 && p[1] == 0 && p[2] == 1;
-}
+bool codeAt(const uint8_t *p) { return p[0] == 0 && p[1] == 0 && p[2] == 1; }
 
 using Word = std::size_t;
-constexpr Word kOnes = ~Word{0} / 0xFF;   // 01 in every byte
-constexpr Word kHighs = kOnes * 0x80;     // 80 in every byte
+constexpr Word kOnes = ~Word{0} / 0xFF; // 01 in every byte
+constexpr Word kHighs = kOnes * 0x80;   // 80 in every byte
 
 // True when some byte of `w` is 01 (exact: the borrow trick may mark more
 // bytes above the first hit, never a word without one).
@@ -122,8 +119,8 @@ uint64_t zeroPairMask(const uint8_t *p)
     const __m128i q3 = pairMaxAt(p + 48);
     if (zeroBytes(_mm_min_epu8(_mm_min_epu8(q0, q1), _mm_min_epu8(q2, q3))) == 0)
         return 0;
-    return uint64_t{zeroBytes(q0)} | uint64_t{zeroBytes(q1)} << 16 |
-           uint64_t{zeroBytes(q2)} << 32 | uint64_t{zeroBytes(q3)} << 48;
+    return uint64_t{zeroBytes(q0)} | uint64_t{zeroBytes(q1)} << 16 | uint64_t{zeroBytes(q2)} << 32 |
+           uint64_t{zeroBytes(q3)} << 48;
 }
 
 } // namespace

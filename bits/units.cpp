@@ -10,8 +10,8 @@ namespace qrv {
 namespace {
 
 constexpr uint64_t kFieldSize = 4;
-constexpr uint32_t kStartCodeField = 1;    // 00 00 00 01 read as a field
-constexpr uint64_t kMinKeptSpan = 5;        // a field and a NAL header byte
+constexpr uint32_t kStartCodeField = 1; // 00 00 00 01 read as a field
+constexpr uint64_t kMinKeptSpan = 5;    // a field and a NAL header byte
 
 } // namespace
 
@@ -31,10 +31,7 @@ UnitIterator::UnitIterator(const uint8_t *data, uint64_t length, UnitRules rules
         framing_ = UnitFraming::startCodes;
 }
 
-bool UnitIterator::next(Unit *unit)
-{
-    return rules_.kept ? nextKept(unit) : nextGeneral(unit);
-}
+bool UnitIterator::next(Unit *unit) { return rules_.kept ? nextKept(unit) : nextGeneral(unit); }
 
 bool UnitIterator::nextGeneral(Unit *unit)
 {

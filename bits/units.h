@@ -54,7 +54,7 @@ struct UnitRules {
 };
 
 class UnitIterator {
-public:
+  public:
     UnitIterator(const uint8_t *data, uint64_t length, UnitRules rules = {});
 
     // The next unit, or false at the end of the walk.
@@ -64,7 +64,7 @@ public:
     // The framing the general rules found (lengths for an empty buffer).
     UnitFraming framing() const { return framing_; }
 
-private:
+  private:
     bool nextGeneral(Unit *unit);
     bool nextKept(Unit *unit);
     uint64_t keptLength(uint64_t field);

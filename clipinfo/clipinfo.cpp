@@ -99,15 +99,11 @@ struct TcTypeName {
 // before "film", and "non-drop-frame" gives the drop-frame code: both kept
 // because clips already carry the codes they produce.
 constexpr TcTypeName kTcTypeNames[] = {
-    {"frames", 0},     {"23.98", 132},         {"film-drop", 128}, {"film", 1},
-    {"pal", 8},        {"drop-frame", 4},      {"non-drop-frame", 4},
-    {"50", 16},        {"59.94", 32},          {"60", 64},
+    {"frames", 0},     {"23.98", 132},        {"film-drop", 128}, {"film", 1},   {"pal", 8},
+    {"drop-frame", 4}, {"non-drop-frame", 4}, {"50", 16},         {"59.94", 32}, {"60", 64},
 };
 
-int lowerAscii(unsigned char c)
-{
-    return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c;
-}
+int lowerAscii(unsigned char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; }
 
 // Stops at the end of `text`, so a short value never reads past it.
 bool startsWithIgnoringCase(const char *text, const char *prefix)
@@ -134,10 +130,7 @@ const char *findTcTypeValue(const char *text)
 }
 
 // Placeholder writer for the reserved XML entry points.
-int writeNoXml()
-{
-    return 1;
-}
+int writeNoXml() { return 1; }
 
 } // namespace
 
@@ -200,22 +193,10 @@ unsigned sqrvInfoFindTcType(const char *text)
 
 } // extern "C"
 
-int XMLFromQRVSystem(QRVSYSTEM *, TiXmlElement *)
-{
-    return writeNoXml();
-}
+int XMLFromQRVSystem(QRVSYSTEM *, TiXmlElement *) { return writeNoXml(); }
 
-int XMLFromQRVVideo(QRVVIDEO *, TiXmlElement *)
-{
-    return writeNoXml();
-}
+int XMLFromQRVVideo(QRVVIDEO *, TiXmlElement *) { return writeNoXml(); }
 
-int XMLFromQRVAudio(QRVAUDIO *, TiXmlElement *)
-{
-    return writeNoXml();
-}
+int XMLFromQRVAudio(QRVAUDIO *, TiXmlElement *) { return writeNoXml(); }
 
-int XMLFromQRVInfo(QRVINFO *, TiXmlElement *)
-{
-    return writeNoXml();
-}
+int XMLFromQRVInfo(QRVINFO *, TiXmlElement *) { return writeNoXml(); }

@@ -97,7 +97,8 @@ inline constexpr const char *kStreamFieldNames[] = {
     "ResKorvane", "AudioType", "AudioChannels", "AudioFrequency", "AudioBits",
 };
 // clang-format on
-inline constexpr size_t kStreamFieldCount = sizeof(kStreamFieldNames) / sizeof(kStreamFieldNames[0]);
+inline constexpr size_t kStreamFieldCount = sizeof(kStreamFieldNames) /
+                                            sizeof(kStreamFieldNames[0]);
 static_assert(kStreamFieldCount == 35, "35 stream description fields");
 
 } // namespace clipinfo

@@ -115,9 +115,8 @@ void storeNumeric(cfgHandle handle, const char *name, uint32_t value)
 // previous record whole and a load sees one record, not parts of two. The
 // results stay those of the single calls (all four functions return 0).
 class StoreGroup {
-public:
-    explicit StoreGroup(cfgHandle handle)
-        : handle_(handle), open_(cfgBeginBatch(handle) == QRV_OK)
+  public:
+    explicit StoreGroup(cfgHandle handle) : handle_(handle), open_(cfgBeginBatch(handle) == QRV_OK)
     {
     }
     ~StoreGroup()
@@ -128,7 +127,7 @@ public:
     StoreGroup(const StoreGroup &) = delete;
     StoreGroup &operator=(const StoreGroup &) = delete;
 
-private:
+  private:
     cfgHandle handle_;
     bool open_;
 };
@@ -183,8 +182,7 @@ int qrvInfoReadReg(QRVINFO *info, int fromStore, int fromUserFile)
         // caller's record becomes them, and nothing is loaded this time.
         // Only the switch's presence matters, not its value.
         unsigned seeded = 0;
-        if (cfgValueDword(QRV_CFG_DEFAULT, kMetaDataKey, kSeededSwitch, &seeded,
-                          QRV_CFG_READ) != 0)
+        if (cfgValueDword(QRV_CFG_DEFAULT, kMetaDataKey, kSeededSwitch, &seeded, QRV_CFG_READ) != 0)
             qrvInfoWriteRegSet(QRV_CFG_DEFAULT, info);
         else
             qrvInfoReadRegSet(QRV_CFG_DEFAULT, info);

@@ -23,21 +23,26 @@ constexpr unsigned kFailedRefillBit = 0x80000000u;
 
 unsigned smaller(uint64_t a, unsigned b) { return a < b ? static_cast<unsigned>(a) : b; }
 
-}  // namespace
+} // namespace
 
 // The handle and the wait flag start out invalid and clear so that a read
 // before SetHandleAndCacheSize fails cleanly instead of using garbage.
 CKXDiskCache::CKXDiskCache()
-    : m_handle(QRV_INVALID_FILE), m_raw(nullptr), m_block(nullptr), m_cacheSize(0),
-      m_blockStart(0), m_blockEnd(0), m_wait(false) {}
+    : m_handle(QRV_INVALID_FILE), m_raw(nullptr), m_block(nullptr), m_cacheSize(0), m_blockStart(0),
+      m_blockEnd(0), m_wait(false)
+{
+}
 
-CKXDiskCache::~CKXDiskCache() {
-    if (m_raw != nullptr) hostFree(m_raw);
+CKXDiskCache::~CKXDiskCache()
+{
+    if (m_raw != nullptr)
+        hostFree(m_raw);
 }
 
 // A failed allocation leaves no block, so every read then bypasses the cache.
 // The block is cleared once so that it never holds stale heap contents.
-int CKXDiskCache::SetHandleAndCacheSize(long long handle, unsigned int size, bool wait) {
+int CKXDiskCache::SetHandleAndCacheSize(long long handle, unsigned int size, bool wait)
+{
     m_handle = handle;
     m_wait = wait;
     hostFree(m_raw);
@@ -45,10 +50,12 @@ int CKXDiskCache::SetHandleAndCacheSize(long long handle, unsigned int size, boo
     m_block = nullptr;
     m_cacheSize = 0;
     size_t bytes = static_cast<size_t>(size) + kAllocSlack;
-    if (bytes > size) m_raw = hostAlloc(bytes);  // not taken when 32-bit size_t wraps
+    if (bytes > size)
+        m_raw = hostAlloc(bytes); // not taken when 32-bit size_t wraps
     if (m_raw != nullptr) {
         unsigned char *raw = static_cast<unsigned char *>(m_raw);
-        m_block = raw + ((kBlockAlign - reinterpret_cast<uintptr_t>(raw) % kBlockAlign) % kBlockAlign);
+        m_block = raw +
+                  ((kBlockAlign - reinterpret_cast<uintptr_t>(raw) % kBlockAlign) % kBlockAlign);
         m_cacheSize = size;
         hostZeroMemory(m_block, size);
     }
@@ -57,10 +64,12 @@ int CKXDiskCache::SetHandleAndCacheSize(long long handle, unsigned int size, boo
 }
 
 unsigned int CKXDiskCache::Read(unsigned char *buf, unsigned long long pos, unsigned int size,
-                                unsigned int *done, unsigned int flags) {
+                                unsigned int *done, unsigned int flags)
+{
     *done = 0;
     // Unsigned on purpose: a block below 4096 bytes never bypasses.
-    if (m_block == nullptr || size > m_cacheSize - kBypassMargin) return readAround(buf, pos, size, done);
+    if (m_block == nullptr || size > m_cacheSize - kBypassMargin)
+        return readAround(buf, pos, size, done);
 
     uint64_t next = pos;
     if (m_blockStart <= pos && pos < m_blockEnd) {
@@ -96,7 +105,8 @@ unsigned int CKXDiskCache::Read(unsigned char *buf, unsigned long long pos, unsi
 
     unsigned result = 0;
     unsigned got = 0;
-    if (*done < size && !fillBlock(length, neededBytes(next, size - *done, length), started, &got, &result)) {
+    if (*done < size &&
+        !fillBlock(length, neededBytes(next, size - *done, length), started, &got, &result)) {
         // The block no longer holds its old range; keeping the old end would
         // serve bytes that are not there.
         m_blockEnd = m_blockStart;
@@ -116,7 +126,8 @@ unsigned int CKXDiskCache::Read(unsigned char *buf, unsigned long long pos, unsi
 
 // Straight to the file, leaving the block as it was.
 unsigned int CKXDiskCache::readAround(unsigned char *buf, unsigned long long pos, unsigned int size,
-                                      unsigned int *done) {
+                                      unsigned int *done)
+{
     logError("\nCDCR-ReadOversized(Pos=%llu,Size=%d", pos, static_cast<int>(size));
     osSeek(m_handle, pos);
     unsigned got = 0;
@@ -125,22 +136,27 @@ unsigned int CKXDiskCache::readAround(unsigned char *buf, unsigned long long pos
     return ok ? 0 : osGetLastError();
 }
 
-bool CKXDiskCache::insideFile(uint64_t position) const {
+bool CKXDiskCache::insideFile(uint64_t position) const
+{
     unsigned long long fileSize = 0;
     return osGetFileSizeEx(m_handle, &fileSize) && position < fileSize;
 }
 
 // Bytes a refill asks for: the whole block, unless end-of-file clipping is
 // asked for and the file ends inside the block.
-unsigned int CKXDiskCache::refillLength(unsigned int size, unsigned int flags) {
-    if ((flags & QRV_DISKCACHE_FLAG_MASK) != QRV_DISKCACHE_CLIP_EOF) return m_cacheSize;
+unsigned int CKXDiskCache::refillLength(unsigned int size, unsigned int flags)
+{
+    if ((flags & QRV_DISKCACHE_FLAG_MASK) != QRV_DISKCACHE_CLIP_EOF)
+        return m_cacheSize;
     unsigned long long fileSize = 0;
-    if (!osGetFileSizeEx(m_handle, &fileSize)) return m_cacheSize;
+    if (!osGetFileSizeEx(m_handle, &fileSize))
+        return m_cacheSize;
     bool beyondStart = fileSize >= m_blockStart;
-    if (beyondStart && fileSize - m_blockStart >= m_cacheSize) return m_cacheSize;
+    if (beyondStart && fileSize - m_blockStart >= m_cacheSize)
+        return m_cacheSize;
     if (!beyondStart || fileSize - m_blockStart < size) {
-        logError("\nCDCR-ReadPastEOF(Pos=%llu,Size=%d", static_cast<unsigned long long>(m_blockStart),
-                 static_cast<int>(size));
+        logError("\nCDCR-ReadPastEOF(Pos=%llu,Size=%d",
+                 static_cast<unsigned long long>(m_blockStart), static_cast<int>(size));
         return size;
     }
     unsigned toEnd = static_cast<unsigned>(fileSize - m_blockStart);
@@ -154,10 +170,14 @@ unsigned int CKXDiskCache::refillLength(unsigned int size, unsigned int flags) {
 // to the end of the read (or of a clipped refill). A single read keeps its
 // old test, the count still missing: at the end of a file it is what lets a
 // short tail through, and callers depend on it.
-unsigned int CKXDiskCache::neededBytes(uint64_t next, unsigned int missing, unsigned int length) const {
-    if (!m_wait) return missing;
+unsigned int CKXDiskCache::neededBytes(uint64_t next, unsigned int missing,
+                                       unsigned int length) const
+{
+    if (!m_wait)
+        return missing;
     uint64_t upTo = (next - m_blockStart) + missing;
-    if (length > m_cacheSize) length = m_cacheSize;
+    if (length > m_cacheSize)
+        length = m_cacheSize;
     return upTo < length ? static_cast<unsigned>(upTo) : length;
 }
 
@@ -166,9 +186,11 @@ unsigned int CKXDiskCache::neededBytes(uint64_t next, unsigned int missing, unsi
 // block start. A failing attempt leaves its last-error code in *result even
 // when a later attempt succeeds.
 bool CKXDiskCache::fillBlock(unsigned length, unsigned needed, unsigned started, unsigned *got,
-                             unsigned *result) {
+                             unsigned *result)
+{
     // The refill never runs past the block, whatever length clipping chose.
-    if (length > m_cacheSize) length = m_cacheSize;
+    if (length > m_cacheSize)
+        length = m_cacheSize;
     for (;;) {
         unsigned want = length - *got;
         unsigned count = 0;
@@ -176,8 +198,10 @@ bool CKXDiskCache::fillBlock(unsigned length, unsigned needed, unsigned started,
             *got += count < want ? count : want;
         else
             *result = osGetLastError();
-        if (*got >= needed) return true;
-        if (!m_wait || osGetMs() - started > kWaitLimitMs) return false;
+        if (*got >= needed)
+            return true;
+        if (!m_wait || osGetMs() - started > kWaitLimitMs)
+            return false;
         osSleepMicroseconds(kRetrySleepUs);
     }
 }

@@ -12,11 +12,13 @@
 namespace {
 
 // The recorder's trace goes to standard output here.
-void printLogLine(int level, const char *line) {
+void printLogLine(int level, const char *line)
+{
     std::printf("%s%s\n", level == QRV_LOG_ERROR ? "error: " : "trace: ", line);
 }
 
-void showNames() {
+void showNames()
+{
     char name[MCMD_NAME_MAX];
     unsigned value = 0;
     for (unsigned gs : {1u, 150u, 60000u}) {
@@ -34,7 +36,8 @@ void showNames() {
 
 // Controller side: fill the command, write it as XML and hand the text to
 // the transport (here a string), then free it.
-std::string controllerRequest() {
+std::string controllerRequest()
+{
     MEDIACMD cmd;
     initMediaCmd(&cmd, ctPlay);
     cmd.Channel = 1;
@@ -46,7 +49,8 @@ std::string controllerRequest() {
 
     char *xml = nullptr;
     const unsigned dropFrame = 4;
-    if (MediaCmdToXMLString(&xml, &cmd, dropFrame) != 0) return "";
+    if (MediaCmdToXMLString(&xml, &cmd, dropFrame) != 0)
+        return "";
     std::printf("controller sends: %s\n", xml);
     std::string sent = xml;
     MediaCmdFreeXMLString(&xml);
@@ -54,7 +58,8 @@ std::string controllerRequest() {
 }
 
 // Recorder side: read the text back into a record and trace it.
-int recorderExecute(const char *xml) {
+int recorderExecute(const char *xml)
+{
     MEDIACMD cmd;
     const int status = MediaCmdFromXMLString(&cmd, nullptr, xml);
     if (status != 0) {
@@ -67,9 +72,10 @@ int recorderExecute(const char *xml) {
     return 0;
 }
 
-}  // namespace
+} // namespace
 
-int main() {
+int main()
+{
     qrvHostServices services{};
     services.size = sizeof services;
     services.logLine = printLogLine;

@@ -16,8 +16,10 @@ inline int bitOf(const Bytes &b, size_t pos) { return (b[pos >> 3] >> (7 - (pos 
 template <typename Record>
 void checkHeaderRoundTrip(const uint8_t *data, size_t size, int (*read)(kx_bitstream *, Record *),
                           int (*write)(kx_bitstream *, const Record *),
-                          void (*checkRanges)(const Record &)) {
-    if (size == 0) return;
+                          void (*checkRanges)(const Record &))
+{
+    if (size == 0)
+        return;
     const size_t start = data[0] & 7;
     Unit stream(data + 1, size - 1);
     kx_bitstream bs = stream.reader();
@@ -29,26 +31,29 @@ void checkHeaderRoundTrip(const uint8_t *data, size_t size, int (*read)(kx_bitst
     // A header cut short by the end of the stream holds set bits that were
     // never in it, beyond its fields' widths; only a whole header is checked.
     const size_t end = bs.bit_pos;
-    if (end > bs.bit_end) return;
+    if (end > bs.bit_end)
+        return;
     checkRanges(record);
 
     // Written over the complement of the stream: every header bit comes back,
     // every bit around it stays.
     Bytes out(stream.storage.size());
-    for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<uint8_t>(~stream.storage[i]);
+    for (size_t i = 0; i < out.size(); ++i)
+        out[i] = static_cast<uint8_t>(~stream.storage[i]);
     const Bytes before = out;
     kx_bitstream w{reinterpret_cast<uintptr_t>(out.data()), out.size(), out.size() * 8, start};
     FUZZ_CHECK(write(&w, &record) == 0);
     FUZZ_CHECK(w.bit_pos == end);
     for (size_t bit = 0; bit < out.size() * 8; ++bit)
-        FUZZ_CHECK(bitOf(out, bit) == (bit >= start && bit < end ? bitOf(stream.storage, bit) : bitOf(before, bit)));
+        FUZZ_CHECK(bitOf(out, bit) ==
+                   (bit >= start && bit < end ? bitOf(stream.storage, bit) : bitOf(before, bit)));
 
     Record again;
-    std::memset(&again, 0xA5, sizeof again);  // fields not in the stream keep their fill
+    std::memset(&again, 0xA5, sizeof again); // fields not in the stream keep their fill
     kx_bitstream r{reinterpret_cast<uintptr_t>(out.data()), out.size(), out.size() * 8, start};
     FUZZ_CHECK(read(&r, &again) == 0);
     FUZZ_CHECK(r.bit_pos == end);
     FUZZ_CHECK(fuzz::same(&again, &record, sizeof record));
 }
 
-}  // namespace fuzz
+} // namespace fuzz

@@ -11,11 +11,12 @@
 namespace {
 
 struct Frame {
-    fuzz::Bytes block;  // exactly `capacity` bytes: the sanitizer sees any write beyond
+    fuzz::Bytes block; // exactly `capacity` bytes: the sanitizer sees any write beyond
     NAL_BUFFER units;
 };
 
-Frame makeFrame(const fuzz::Bytes &bytes, size_t capacity) {
+Frame makeFrame(const fuzz::Bytes &bytes, size_t capacity)
+{
     Frame f{fuzz::Bytes(capacity, 0xEE), NAL_BUFFER{}};
     fuzz::copy(f.block.data(), bytes.data(), bytes.size());
     std::memset(f.units.storage, 0x5A, sizeof f.units.storage);
@@ -24,16 +25,18 @@ Frame makeFrame(const fuzz::Bytes &bytes, size_t capacity) {
     return f;
 }
 
-QRV_NAL_UNIT_COUNTS countsOf(const NAL_BUFFER &units) {
+QRV_NAL_UNIT_COUNTS countsOf(const NAL_BUFFER &units)
+{
     QRV_NAL_UNIT_COUNTS c;
     static_assert(sizeof c <= sizeof units.storage, "counts fit the storage");
     std::memcpy(&c, units.storage, sizeof c);
     return c;
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::Pieces in(data, size);
     const fuzz::Bytes spsBytes = in.next(), ppsBytes = in.next();
     const size_t extra = in.byte();
@@ -52,7 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const size_t capacity = bytes.size() + extra;
     Frame frame = makeFrame(bytes, capacity);
     const Frame before = frame;
-    const int result = qrvutilAddNalUnits(&frame.units, static_cast<uint32_t>(capacity), spsArg, ppsArg);
+    const int result = qrvutilAddNalUnits(&frame.units, static_cast<uint32_t>(capacity), spsArg,
+                                          ppsArg);
     FUZZ_CHECK(frame.units.data == frame.block.data());
     if (result < 0) {
         // All or nothing: bytes, length and storage exactly as they were.
@@ -60,10 +64,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                    (result == QRV_E_ARGUMENT && bytes.empty()));
         FUZZ_CHECK(frame.block == before.block);
         FUZZ_CHECK(frame.units.length == before.units.length);
-        FUZZ_CHECK(fuzz::same(frame.units.storage, before.units.storage, sizeof frame.units.storage));
+        FUZZ_CHECK(
+            fuzz::same(frame.units.storage, before.units.storage, sizeof frame.units.storage));
         return 0;
     }
-    FUZZ_CHECK(static_cast<uint32_t>(result) == frame.units.length && frame.units.length <= capacity);
+    FUZZ_CHECK(static_cast<uint32_t>(result) == frame.units.length &&
+               frame.units.length <= capacity);
     FUZZ_CHECK(frame.units.length >= bytes.size());
     const QRV_NAL_UNIT_COUNTS counts = countsOf(frame.units);
     FUZZ_CHECK(counts.inserted_sps <= 1 && counts.inserted_pps <= 1);
@@ -80,7 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const fuzz::Bytes once(frame.block.begin(), frame.block.begin() + frame.units.length);
     const uint32_t unitsAfter = counts.units + counts.inserted_sps + counts.inserted_pps;
     Frame again = makeFrame(once, capacity);
-    const int second = qrvutilAddNalUnits(&again.units, static_cast<uint32_t>(capacity), spsArg, ppsArg);
+    const int second = qrvutilAddNalUnits(&again.units, static_cast<uint32_t>(capacity), spsArg,
+                                          ppsArg);
     FUZZ_CHECK(second == result);
     FUZZ_CHECK(fuzz::same(again.block.data(), once.data(), once.size()));
     const QRV_NAL_UNIT_COUNTS recount = countsOf(again.units);

@@ -16,15 +16,19 @@ uint32_t be32(const uint8_t *p) { return be16(p) << 16 | be16(p + 2); }
 
 // Entries after the header: an SPS entry (2-byte length, bytes), a PPS entry
 // (0x01, 2-byte length, bytes), at most one of each, in either order.
-bool entriesFill(const uint8_t *box, size_t at, size_t size, bool spsSeen, bool ppsSeen) {
-    if (at == size) return true;
-    if (!spsSeen && at + 2 <= size && entriesFill(box, at + 2 + be16(box + at), size, true, ppsSeen))
+bool entriesFill(const uint8_t *box, size_t at, size_t size, bool spsSeen, bool ppsSeen)
+{
+    if (at == size)
+        return true;
+    if (!spsSeen && at + 2 <= size &&
+        entriesFill(box, at + 2 + be16(box + at), size, true, ppsSeen))
         return true;
     return !ppsSeen && at + 3 <= size && box[at] == 1 &&
            entriesFill(box, at + 3 + be16(box + at + 1), size, spsSeen, true);
 }
 
-int checkGetAvcc(const uint8_t *data, size_t size) {
+int checkGetAvcc(const uint8_t *data, size_t size)
+{
     fuzz::Bytes frame(data, data + size);
     NAL_BUFFER units{};
     units.data = frame.data();
@@ -43,11 +47,13 @@ int checkGetAvcc(const uint8_t *data, size_t size) {
     FUZZ_CHECK(fuzz::same(box.data() + 4, "avcC", 4));
     FUZZ_CHECK(box[8] == 1 && box[12] == 0xFF && box[13] == 0xE1);
     FUZZ_CHECK(entriesFill(box.data(), kHeader, static_cast<size_t>(written), false, false));
-    if (size < 5) FUZZ_CHECK(written == static_cast<int>(kHeader));
+    if (size < 5)
+        FUZZ_CHECK(written == static_cast<int>(kHeader));
 
     // A box with entries reads back. (An empty one reads a missing entry
     // length as 0xFFFF set bits: slow, and nothing to learn.)
-    if (written == static_cast<int>(kHeader)) return 0;
+    if (written == static_cast<int>(kHeader))
+        return 0;
     fuzz::Unit unit(box.data(), static_cast<size_t>(written));
     kx_bitstream bs = unit.reader();
     SPS_DECODED sps{};
@@ -58,7 +64,8 @@ int checkGetAvcc(const uint8_t *data, size_t size) {
 
 // The standard box from the same units: asked-for size, exact room, a
 // refusal one byte short that writes nothing, and the fixed header fields.
-void checkMakeAvcc(const uint8_t *data, size_t size) {
+void checkMakeAvcc(const uint8_t *data, size_t size)
+{
     const int needed = qrvutilMakeAvcc(data, static_cast<uint32_t>(size), nullptr, 0);
     if (needed < 0) {
         FUZZ_CHECK(needed == QRV_E_SYNTAX || needed == QRV_E_TRUNCATED || needed == QRV_E_RANGE ||
@@ -67,9 +74,11 @@ void checkMakeAvcc(const uint8_t *data, size_t size) {
     }
     FUZZ_CHECK(needed >= 7 + 2 + 4 + 1 + 1);
     fuzz::Bytes box(static_cast<size_t>(needed), 0xEE);
-    FUZZ_CHECK(qrvutilMakeAvcc(data, static_cast<uint32_t>(size), box.data(), box.size() - 1) == QRV_E_ROOM);
+    FUZZ_CHECK(qrvutilMakeAvcc(data, static_cast<uint32_t>(size), box.data(), box.size() - 1) ==
+               QRV_E_ROOM);
     FUZZ_CHECK(std::all_of(box.begin(), box.end(), [](uint8_t b) { return b == 0xEE; }));
-    FUZZ_CHECK(qrvutilMakeAvcc(data, static_cast<uint32_t>(size), box.data(), box.size()) == needed);
+    FUZZ_CHECK(qrvutilMakeAvcc(data, static_cast<uint32_t>(size), box.data(), box.size()) ==
+               needed);
     FUZZ_CHECK(be32(box.data()) == static_cast<uint32_t>(needed));
     FUZZ_CHECK(fuzz::same(box.data() + 4, "avcC", 4));
     FUZZ_CHECK(box[8] == 1 && (box[12] & 3) == 3 && (box[13] & 31) >= 1);
@@ -80,10 +89,12 @@ void checkMakeAvcc(const uint8_t *data, size_t size) {
     FUZZ_CHECK((box[16] & 31) == 7);
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > 0xFFFF) return 0;  // entry lengths are 16-bit fields
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size > 0xFFFF)
+        return 0; // entry lengths are 16-bit fields
     checkGetAvcc(data, size);
     checkMakeAvcc(data, size);
     return 0;

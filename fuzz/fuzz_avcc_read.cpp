@@ -7,9 +7,10 @@ namespace {
 
 uint32_t be16(const uint8_t *p) { return uint32_t{p[0]} << 8 | p[1]; }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::Unit box(data, size);
     kx_bitstream bs = box.reader();
     SPS_DECODED sps;

@@ -7,20 +7,23 @@ namespace {
 
 const char kKey[] = "Fuzz\\Probe";
 
-fuzz::Scratch &scratch() {
+fuzz::Scratch &scratch()
+{
     static fuzz::Scratch dir;
     return dir;
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
     fuzz::silenceLibraryLog();
     scratch();
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     const std::string file = scratch().path("store.xml");
     const std::string original(reinterpret_cast<const char *>(data), size);
     fuzz::writeFile(file, data, size);
@@ -41,7 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // held, and the save leaves no temporary behind.
     std::string text;
     for (size_t i = size > 64 ? size - 64 : 0; i < size; ++i)
-        if (data[i] != 0) text += static_cast<char>(data[i]);
+        if (data[i] != 0)
+            text += static_cast<char>(data[i]);
     unsigned number = static_cast<unsigned>(size * 2654435761u);
     store = cfgOpen(file.c_str(), 0);
     FUZZ_CHECK(store != nullptr);

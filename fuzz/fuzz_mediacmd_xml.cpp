@@ -7,7 +7,8 @@
 namespace {
 
 // Fields that a write and a read carry exactly, by their Value attributes.
-void checkCarried(const MEDIACMD &a, const MEDIACMD &b) {
+void checkCarried(const MEDIACMD &a, const MEDIACMD &b)
+{
     FUZZ_CHECK(a.Cmd == b.Cmd);
     FUZZ_CHECK(a.CmdID == b.CmdID);
     FUZZ_CHECK(a.StructSize == b.StructSize);
@@ -18,9 +19,10 @@ void checkCarried(const MEDIACMD &a, const MEDIACMD &b) {
     FUZZ_CHECK(static_cast<uint32_t>(a.list) == static_cast<uint32_t>(b.list));
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::GuardedText xml(data, size);
     MEDIACMD read, fresh;
     std::memset(&read, 0xA5, sizeof read);

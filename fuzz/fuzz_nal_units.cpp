@@ -16,7 +16,8 @@ struct Walk {
     fuzz::Bytes frame;
 };
 
-Walk walk(const fuzz::Bytes &frame, SPS_DECODED *sps, PPS_DECODED *pps, const uint8_t *avcc) {
+Walk walk(const fuzz::Bytes &frame, SPS_DECODED *sps, PPS_DECODED *pps, const uint8_t *avcc)
+{
     Walk w{0, frame};
     NAL_BUFFER units{};
     units.data = w.frame.data();
@@ -27,9 +28,10 @@ Walk walk(const fuzz::Bytes &frame, SPS_DECODED *sps, PPS_DECODED *pps, const ui
     return w;
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::Pieces in(data, size);
     const bool withAvcc = in.byte() & 1;
     fuzz::Bytes avcc(kAvccWindow + 1, 0);

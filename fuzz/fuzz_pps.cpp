@@ -5,15 +5,17 @@
 
 namespace {
 
-int readPps(fuzz::Unit &unit, PPS_DECODED *pps, kx_bitstream *bs) {
+int readPps(fuzz::Unit &unit, PPS_DECODED *pps, kx_bitstream *bs)
+{
     std::memset(pps, 0, sizeof *pps);
     *bs = unit.reader();
     return qrvutilRead_PPS(bs, pps);
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::Unit unit(data, size);
     PPS_DECODED first, second;
     kx_bitstream bs;
@@ -28,10 +30,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // stay cleared. Only the first two 8x8 lists are ever filled.
     FUZZ_CHECK(first.more_rbsp_data == 0 || first.more_rbsp_data == 1);
     if (first.more_rbsp_data == 0)
-        FUZZ_CHECK(first.transform_8x8_mode_flag == 0 && first.pic_scaling_matrix_present_flag == 0 &&
+        FUZZ_CHECK(first.transform_8x8_mode_flag == 0 &&
+                   first.pic_scaling_matrix_present_flag == 0 &&
                    first.second_chroma_qp_index_offset == 0);
     for (int list = 2; list < 6; ++list)
-        for (int i = 0; i < 64; ++i) FUZZ_CHECK(first.ScalingList8x8[list][i] == 0);
+        for (int i = 0; i < 64; ++i)
+            FUZZ_CHECK(first.ScalingList8x8[list][i] == 0);
 
     FUZZ_CHECK(readPps(unit, &second, &bs) == consumed);
     FUZZ_CHECK(fuzz::same(&first, &second, sizeof first));

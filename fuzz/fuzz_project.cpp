@@ -7,16 +7,17 @@
 
 namespace {
 
-fuzz::Scratch &scratch() {
+fuzz::Scratch &scratch()
+{
     static fuzz::Scratch dir;
     return dir;
 }
 
 // Every stored path fits the documented buffer with its terminator.
-void checkPaths(CKXProjectToXML &project) {
-    int (CKXProjectToXML::*getters[])(char *) = {&CKXProjectToXML::GetXMLName,
-                                                &CKXProjectToXML::GetClipFile,
-                                                &CKXProjectToXML::GetEDLName};
+void checkPaths(CKXProjectToXML &project)
+{
+    int (CKXProjectToXML::*getters[])(char *) = {
+        &CKXProjectToXML::GetXMLName, &CKXProjectToXML::GetClipFile, &CKXProjectToXML::GetEDLName};
     for (auto get : getters) {
         std::vector<char> out(QRV_PROJECT_PATH_MAX, 'x');
         FUZZ_CHECK((project.*get)(out.data()) == 0);
@@ -28,29 +29,34 @@ void checkPaths(CKXProjectToXML &project) {
 // the XML declaration. The declaration is the parser's own: it prints a
 // character reference in it as read and decodes it on the next load, so only
 // the rest of the document is compared.
-std::string saveAs(CKXProjectToXML &project, const char *name) {
+std::string saveAs(CKXProjectToXML &project, const char *name)
+{
     std::string path = scratch().path(name);
     project.SetXMLName(&path[0]);
     FUZZ_CHECK(project.SaveXMLFile() == 1);
     std::string text = fuzz::readFile(path);
-    const size_t declarationEnd = text.compare(0, 5, "<?xml") == 0 ? text.find("?>") : std::string::npos;
+    const size_t declarationEnd = text.compare(0, 5, "<?xml") == 0 ? text.find("?>")
+                                                                   : std::string::npos;
     return declarationEnd == std::string::npos ? text : text.substr(declarationEnd + 2);
 }
 
-int finish() {
+int finish()
+{
     scratch().clear();
     return 0;
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
     fuzz::silenceLibraryLog();
     scratch();
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     std::string file = scratch().path("project.xml");
     fuzz::writeFile(file, data, size);
     {
@@ -71,7 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             // encoding is parsed as UTF-8, where a byte that does not start a
             // valid sequence swallows the bytes after it.
             const std::string first = saveAs(project, "first.xml");
-            if (!std::all_of(data, data + size, [](uint8_t b) { return b < 0x80; })) return finish();
+            if (!std::all_of(data, data + size, [](uint8_t b) { return b < 0x80; }))
+                return finish();
             CKXProjectToXML again;
             std::string firstPath = scratch().path("first.xml");
             FUZZ_CHECK(again.LoadXMLFile(&firstPath[0]) == 1);

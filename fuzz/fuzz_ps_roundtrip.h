@@ -22,14 +22,17 @@ struct ParameterSet {
 // The readers unescape 00 00 03 only where it begins at byte 3 or later
 // (kept: recorded units depend on it), so a unit whose escape the writer put
 // earlier, which only a profile or id field of 0 gives, does not read back.
-inline bool escapedEarly(const Bytes &unit) {
+inline bool escapedEarly(const Bytes &unit)
+{
     for (size_t i = 0; i < 3 && i + 2 < unit.size(); ++i)
-        if (unit[i] == 0 && unit[i + 1] == 0 && unit[i + 2] == 3) return true;
+        if (unit[i] == 0 && unit[i + 1] == 0 && unit[i + 2] == 3)
+            return true;
     return false;
 }
 
 template <typename Record>
-Record readUnit(const ParameterSet<Record> &ps, const uint8_t *data, size_t size) {
+Record readUnit(const ParameterSet<Record> &ps, const uint8_t *data, size_t size)
+{
     Record r;
     std::memset(&r, 0, sizeof r);
     Unit unit(data, size);
@@ -41,7 +44,8 @@ Record readUnit(const ParameterSet<Record> &ps, const uint8_t *data, size_t size
 // Writes `record` into a block of exactly the size the writer asks for, and
 // checks that one byte less is refused without a byte written.
 template <typename Record>
-Bytes writeUnit(const ParameterSet<Record> &ps, const Record &record, int *status) {
+Bytes writeUnit(const ParameterSet<Record> &ps, const Record &record, int *status)
+{
     kx_bitstream query{};
     const int needed = ps.write(&query, &record);
     *status = needed;
@@ -51,7 +55,8 @@ Bytes writeUnit(const ParameterSet<Record> &ps, const Record &record, int *statu
     }
     FUZZ_CHECK(needed >= 2);
     Bytes unit(static_cast<size_t>(needed), 0xEE);
-    kx_bitstream bs{reinterpret_cast<uintptr_t>(unit.data()), unit.size() - 1, (unit.size() - 1) * 8, 0};
+    kx_bitstream bs{reinterpret_cast<uintptr_t>(unit.data()), unit.size() - 1,
+                    (unit.size() - 1) * 8, 0};
     FUZZ_CHECK(ps.write(&bs, &record) == QRV_E_ROOM);
     FUZZ_CHECK(std::all_of(unit.begin(), unit.end(), [](uint8_t b) { return b == 0xEE; }));
     bs = kx_bitstream{reinterpret_cast<uintptr_t>(unit.data()), unit.size(), unit.size() * 8, 0};
@@ -62,7 +67,8 @@ Bytes writeUnit(const ParameterSet<Record> &ps, const Record &record, int *statu
 
 // Validation answers with a known status and a terminated reason that fits.
 template <typename Record>
-int validate(const ParameterSet<Record> &ps, const uint8_t *data, size_t size) {
+int validate(const ParameterSet<Record> &ps, const uint8_t *data, size_t size)
+{
     char reason[48];
     std::memset(reason, 'x', sizeof reason);
     const int status = ps.validate(data, static_cast<uint32_t>(size), reason, sizeof reason);
@@ -74,10 +80,13 @@ int validate(const ParameterSet<Record> &ps, const uint8_t *data, size_t size) {
 
 // Byte patterns that never stand inside a well-formed unit: 00 00 00,
 // 00 00 01 and 00 00 02, and an escape 00 00 03 followed by a byte above 03.
-inline bool malformedEscaping(const uint8_t *data, size_t size) {
+inline bool malformedEscaping(const uint8_t *data, size_t size)
+{
     for (size_t i = 0; i + 2 < size; ++i) {
-        if (data[i] != 0 || data[i + 1] != 0) continue;
-        if (data[i + 2] <= 2 || (data[i + 2] == 3 && i + 3 < size && data[i + 3] > 3)) return true;
+        if (data[i] != 0 || data[i + 1] != 0)
+            continue;
+        if (data[i + 2] <= 2 || (data[i + 2] == 3 && i + 3 < size && data[i + 3] > 3))
+            return true;
     }
     return false;
 }
@@ -86,17 +95,22 @@ inline bool malformedEscaping(const uint8_t *data, size_t size) {
 // reader drops a 0C after 00 00 that its writer escaped).
 template <typename Record>
 void checkRoundTrip(const ParameterSet<Record> &ps, const uint8_t *data, size_t size,
-                    bool (*comparable)(const Bytes &)) {
+                    bool (*comparable)(const Bytes &))
+{
     const bool valid = validate(ps, data, size) == 0 && !malformedEscaping(data, size);
     Record first = readUnit(ps, data, size);
     int status = 0;
     const Bytes unit = writeUnit(ps, first, &status);
     // A unit the strict check passes has a record the writer takes.
-    if (valid) FUZZ_CHECK(status > 0);
-    if (status < 0) return;
-    if (escapedEarly(unit)) return;
+    if (valid)
+        FUZZ_CHECK(status > 0);
+    if (status < 0)
+        return;
+    if (escapedEarly(unit))
+        return;
     FUZZ_CHECK(validate(ps, unit.data(), unit.size()) == 0 || !valid);
-    if (!comparable(unit)) return;
+    if (!comparable(unit))
+        return;
 
     Record second = readUnit(ps, unit.data(), unit.size());
     // The stop bit is the writer's own, whatever the input held there.
@@ -106,4 +120,4 @@ void checkRoundTrip(const ParameterSet<Record> &ps, const uint8_t *data, size_t 
     FUZZ_CHECK(writeUnit(ps, second, &again) == unit);
 }
 
-}  // namespace fuzz
+} // namespace fuzz

@@ -12,7 +12,8 @@ struct Context {
     PPS_DECODED pps;
 };
 
-void readParameterSets(const fuzz::Bytes &spsBytes, const fuzz::Bytes &ppsBytes, Context *ctx) {
+void readParameterSets(const fuzz::Bytes &spsBytes, const fuzz::Bytes &ppsBytes, Context *ctx)
+{
     std::memset(ctx, 0, sizeof *ctx);
     fuzz::Unit sps(spsBytes.data(), spsBytes.size()), pps(ppsBytes.data(), ppsBytes.size());
     kx_bitstream bs = sps.reader();
@@ -23,7 +24,8 @@ void readParameterSets(const fuzz::Bytes &spsBytes, const fuzz::Bytes &ppsBytes,
 
 // Runs the fix over `unit` in place, the reader standing after the NAL
 // header byte as the caller must place it.
-void fix(fuzz::Unit &unit, const Context &parameterSets, unsigned type, int refIdc) {
+void fix(fuzz::Unit &unit, const Context &parameterSets, unsigned type, int refIdc)
+{
     Context ctx = parameterSets;
     SLICE_HEADER sh{};
     kx_bitstream bs = unit.reader();
@@ -32,9 +34,10 @@ void fix(fuzz::Unit &unit, const Context &parameterSets, unsigned type, int refI
     FUZZ_CHECK(bs.buffer == reinterpret_cast<uintptr_t>(unit.storage.data()));
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::Pieces in(data, size);
     fuzz::Bytes spsBytes = in.next(), ppsBytes = in.next();
     uint8_t choice = in.byte();
@@ -57,17 +60,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         FUZZ_CHECK(fuzz::same(unit.storage.data(), slice.data(), slice.size()));
     }
 
-    if (slice.empty()) return 0;
+    if (slice.empty())
+        return 0;
     // The fix rewrites only the alignment bits after the header: at most one
     // byte of the unit changes, never a byte beyond it, and a second fix
     // finds nothing left to change.
     fuzz::Unit unit(slice.data(), slice.size());
     fix(unit, parameterSets, type, refIdc);
     size_t changed = 0;
-    for (size_t i = 0; i < slice.size(); ++i) changed += unit.storage[i] != slice[i];
+    for (size_t i = 0; i < slice.size(); ++i)
+        changed += unit.storage[i] != slice[i];
     FUZZ_CHECK(changed <= 1);
     FUZZ_CHECK(unit.storage[slice.size()] == 0);
-    if (!parameterSets.pps.entropy_coding_mode_flag) FUZZ_CHECK(changed == 0);
+    if (!parameterSets.pps.entropy_coding_mode_flag)
+        FUZZ_CHECK(changed == 0);
 
     fuzz::Bytes once = unit.storage;
     fix(unit, parameterSets, type, refIdc);

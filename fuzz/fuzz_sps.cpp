@@ -6,21 +6,25 @@
 namespace {
 
 // Reads the unit as a host would: a cleared record, a reader over the unit.
-int readSps(fuzz::Unit &unit, SPS_DECODED *sps, kx_bitstream *bs) {
+int readSps(fuzz::Unit &unit, SPS_DECODED *sps, kx_bitstream *bs)
+{
     std::memset(sps, 0, sizeof *sps);
     *bs = unit.reader();
     return qrvutilRead_SPS(bs, sps);
 }
 
-bool highProfile(int32_t profile) {
+bool highProfile(int32_t profile)
+{
     for (int32_t p : {83, 86, 100, 110, 118, 122, 128, 244, 44})
-        if (p == profile) return true;
+        if (p == profile)
+            return true;
     return false;
 }
 
-}  // namespace
+} // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
     fuzz::Unit unit(data, size);
     SPS_DECODED first, second;
     kx_bitstream bs;

@@ -32,7 +32,7 @@ struct UnitSpan {
 };
 
 class Units {
-public:
+  public:
     Units(const uint8_t *data, uint64_t length) : data_(data), length_(length), it_(data, length) {}
     bool startCodes() const { return it_.framing() == UnitFraming::startCodes; }
     bool overran() const { return it_.overran(); }
@@ -54,7 +54,7 @@ public:
         return true;
     }
 
-private:
+  private:
     const uint8_t *data_;
     uint64_t length_;
     UnitIterator it_;
@@ -129,7 +129,7 @@ struct Edit {
     uint64_t at;      // offset in the frame as given
     uint64_t field;   // a closed SEI's length field (length framing)
     uint64_t tailEnd; // a closed SEI's end, its trailing zero bytes included
-    uint32_t size;  // bytes inserted
+    uint32_t size;    // bytes inserted
     EditKind kind;
 };
 
@@ -173,7 +173,8 @@ int survey(const uint8_t *data, uint64_t length, Layout &layout, Plan &plan)
         layout.ppsBeforeSlice |= type == nal::kPps && !sliceSeen;
         sliceSeen |= nal::isSlice(type);
         std::size_t stop = kNoStopByte;
-        if (type == nal::kSei && seiStopByteAt(data + u.payload, u.full - u.payload, &stop) != QRV_OK)
+        if (type == nal::kSei &&
+            seiStopByteAt(data + u.payload, u.full - u.payload, &stop) != QRV_OK)
             return QRV_E_MEMORY;
         if (stop != kNoStopByte) {
             ++plan.counts.closed_sei;
@@ -213,8 +214,9 @@ int planInsertions(const Layout &layout, const SPS_DECODED *sps, const PPS_DECOD
         if (size < 0)
             return size;
         plan.ppsSize = static_cast<uint32_t>(size);
-        plan.ppsAt = layout.spsBeforeSlice && layout.afterLastSps != UINT64_MAX ? layout.afterLastSps
-                                                                                 : layout.afterDelimiter;
+        plan.ppsAt = layout.spsBeforeSlice && layout.afterLastSps != UINT64_MAX
+                         ? layout.afterLastSps
+                         : layout.afterDelimiter;
         plan.counts.inserted_pps = 1;
     }
     plan.edits += plan.counts.inserted_sps + plan.counts.inserted_pps;

@@ -93,10 +93,7 @@ uint8_t *readEntry(kx_bitstream *bs, uint32_t n)
 
 // Entry lengths are 16-bit fields; a read past the box end yields all-ones
 // bits, which are kept to the field's width.
-uint32_t readEntryLength(kx_bitstream *bs)
-{
-    return ReadBits(bs, 16) & 0xFFFF;
-}
+uint32_t readEntryLength(kx_bitstream *bs) { return ReadBits(bs, 16) & 0xFFFF; }
 
 kx_bitstream readerOver(const uint8_t *bytes, uint32_t n)
 {

@@ -14,14 +14,14 @@ using namespace qrv;
 
 namespace {
 
-constexpr int kMaxSps = 31;          // five bits of numOfSequenceParameterSets
-constexpr int kMaxPps = 255;         // eight bits of numOfPictureParameterSets
+constexpr int kMaxSps = 31;  // five bits of numOfSequenceParameterSets
+constexpr int kMaxPps = 255; // eight bits of numOfPictureParameterSets
 constexpr int kMaxSpsExtension = 255;
 constexpr uint64_t kMaxEntry = 0xFFFF; // 16-bit entry lengths
 
-constexpr std::size_t kBoxHeader = 8;       // size and "avcC"
-constexpr std::size_t kRecordHeader = 6;    // version, profile, compatibility, level, 2 bytes
-constexpr std::size_t kTrailerHeader = 4;   // chroma format, two depths, extension count
+constexpr std::size_t kBoxHeader = 8;     // size and "avcC"
+constexpr std::size_t kRecordHeader = 6;  // version, profile, compatibility, level, 2 bytes
+constexpr std::size_t kTrailerHeader = 4; // chroma format, two depths, extension count
 
 // Profiles without the chroma and bit-depth trailer: Baseline, Main,
 // Extended. Common MP4 muxers write it for every other profile, and boxes
@@ -43,7 +43,8 @@ struct EntryList {
     int add(const uint8_t *data, Entry e)
     {
         for (int i = 0; i < count; ++i) {
-            if (entries[i].size == e.size && std::memcmp(data + entries[i].at, data + e.at, e.size) == 0)
+            if (entries[i].size == e.size &&
+                std::memcmp(data + entries[i].at, data + e.at, e.size) == 0)
                 return QRV_OK;
         }
         if (count == Max)
@@ -92,7 +93,7 @@ int collect(const uint8_t *units, uint64_t length, ParameterSets &sets)
         const Entry e{u.payload, static_cast<uint32_t>(size)};
         const int status = type == nal::kSps   ? sets.sps.add(units, e)
                            : type == nal::kPps ? sets.pps.add(units, e)
-                                             : sets.extensions.add(units, e);
+                                               : sets.extensions.add(units, e);
         if (status != QRV_OK)
             return status;
     }

@@ -50,8 +50,8 @@ struct Ratio {
 
 // Sample aspect ratios by aspect_ratio_idc; entry 0 is "unspecified".
 constexpr Ratio kTableSar[] = {
-    {0, 0},    {1, 1},   {12, 11}, {10, 11}, {16, 11}, {40, 33}, {24, 11}, {20, 11}, {32, 11},
-    {80, 33},  {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3},  {3, 2},   {2, 1},
+    {0, 0},   {1, 1},   {12, 11}, {10, 11}, {16, 11},  {40, 33}, {24, 11}, {20, 11}, {32, 11},
+    {80, 33}, {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1},
 };
 
 struct LevelText {
@@ -60,9 +60,9 @@ struct LevelText {
 };
 
 constexpr LevelText kLevels[] = {
-    {9, "1b"},  {10, "1"},   {11, "1.1"}, {12, "1.2"}, {13, "1.3"}, {20, "2"},   {21, "2.1"},
-    {22, "2.2"}, {30, "3"},  {31, "3.1"}, {32, "3.2"}, {40, "4"},   {41, "4.1"}, {42, "4.2"},
-    {50, "5"},  {51, "5.1"}, {52, "5.2"}, {60, "6"},   {61, "6.1"}, {62, "6.2"},
+    {9, "1b"},   {10, "1"},   {11, "1.1"}, {12, "1.2"}, {13, "1.3"}, {20, "2"},   {21, "2.1"},
+    {22, "2.2"}, {30, "3"},   {31, "3.1"}, {32, "3.2"}, {40, "4"},   {41, "4.1"}, {42, "4.2"},
+    {50, "5"},   {51, "5.1"}, {52, "5.2"}, {60, "6"},   {61, "6.1"}, {62, "6.2"},
 };
 
 constexpr int32_t SPS_DECODED::*kConstraintSets[] = {
@@ -140,8 +140,8 @@ bool readSizes(const SPS_DECODED &sps, uint32_t chromaFormat, QRV_H264_GEOMETRY 
     const uint64_t unitY = (oneChromaPlane && chromaFormat == 1 ? 2 : 1) * fieldFactor;
 
     const uint64_t codedWidth = (uint64_t(sps.pic_width_in_mbs_minus1) + 1) * kMacroblockSize;
-    const uint64_t codedHeight =
-        (uint64_t(sps.pic_height_in_map_units_minus1) + 1) * kMacroblockSize * fieldFactor;
+    const uint64_t codedHeight = (uint64_t(sps.pic_height_in_map_units_minus1) + 1) *
+                                 kMacroblockSize * fieldFactor;
     uint64_t left = 0, right = 0, top = 0, bottom = 0;
     if (sps.frame_cropping_flag) {
         left = unitX * uint64_t(sps.frame_crop_left_offset);

@@ -93,7 +93,8 @@ void hrdParametersSyntax(IO &io, Hrd *hrd)
         io.dropUe({"cpb_size_value_minus1", i});
         io.dropBits({"cbr_flag", i}, 1);
     }
-    io.u("initial_cpb_removal_delay_length_minus1", hrd->initial_cpb_removal_delay_length_minus1, 5);
+    io.u("initial_cpb_removal_delay_length_minus1", hrd->initial_cpb_removal_delay_length_minus1,
+         5);
     io.u("cpb_removal_delay_length_minus1", hrd->cpb_removal_delay_length_minus1, 5);
     io.u("dpb_output_delay_length_minus1", hrd->dpb_output_delay_length_minus1, 5);
     io.u("time_offset_length", hrd->time_offset_length, 5);
@@ -251,7 +252,8 @@ void bitstreamRestrictionSyntax(IO &io, Sps *sps)
     io.flag("bitstream_restriction_flag", sps->bitstream_restriction_flag);
     if (!sps->bitstream_restriction_flag)
         return;
-    io.flag("motion_vectors_over_pic_boundaries_flag", sps->motion_vectors_over_pic_boundaries_flag);
+    io.flag("motion_vectors_over_pic_boundaries_flag",
+            sps->motion_vectors_over_pic_boundaries_flag);
     io.ue("max_bytes_per_pic_denom", sps->max_bytes_per_pic_denom, 16);
     io.ue("max_bits_per_mb_denom", sps->max_bits_per_mb_denom, 16);
     io.ue("log2_max_mv_length_horizontal", sps->log2_max_mv_length_horizontal, 16);
@@ -355,21 +357,15 @@ void sliceGroupsSyntax(IO &io, Pps *pps)
 {
     io.ue("slice_group_map_type", pps->slice_group_map_type, 6);
     switch (pps->slice_group_map_type) {
-    case 0:
-        sliceGroupRunsSyntax(io, pps);
-        break;
-    case 2:
-        sliceGroupRectanglesSyntax(io, pps);
-        break;
+    case 0: sliceGroupRunsSyntax(io, pps); break;
+    case 2: sliceGroupRectanglesSyntax(io, pps); break;
     case 3:
     case 4:
     case 5:
         io.flag("slice_group_change_direction_flag", pps->slice_group_change_direction_flag);
         io.ue("slice_group_change_rate_minus1", pps->slice_group_change_rate_minus1);
         break;
-    case 6:
-        sliceGroupIdsSyntax(io, pps);
-        break;
+    case 6: sliceGroupIdsSyntax(io, pps); break;
     default: // 1 and unknown types carry nothing more
         break;
     }
@@ -436,7 +432,10 @@ struct SyntaxReader {
     void se(El, int32_t &f, int32_t, int32_t) { f = readSe(bs); }
     void implied(int32_t &f, int32_t value) { f = value; }
     void kept(El, int32_t, int32_t) {}
-    bool skipsRest(uint64_t remaining, uint32_t bits) { return skipLoopPastEnd(bs, remaining, bits); }
+    bool skipsRest(uint64_t remaining, uint32_t bits)
+    {
+        return skipLoopPastEnd(bs, remaining, bits);
+    }
     void dropUe(El) { readUe(bs); }
     void dropBits(El, int32_t bits) { readBits(bs, bits); }
     void scalingList(El, int32_t *list, int size) { readScalingList(bs, list, size); }

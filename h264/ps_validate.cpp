@@ -16,7 +16,8 @@ namespace {
 
 // Bit offset in the unit as given (emulation-prevention bytes counted) of a
 // bit offset in its unescaped form.
-uint64_t unitBitOffset(const uint8_t *unit, std::size_t size, std::size_t rbspSize, uint64_t rbspBit)
+uint64_t unitBitOffset(const uint8_t *unit, std::size_t size, std::size_t rbspSize,
+                       uint64_t rbspBit)
 {
     const uint64_t byte = rbspBit / 8;
     if (byte >= rbspSize)
@@ -25,7 +26,7 @@ uint64_t unitBitOffset(const uint8_t *unit, std::size_t size, std::size_t rbspSi
 }
 
 class Reason {
-public:
+  public:
     Reason(char *text, uint32_t room) : text_(text), room_(room)
     {
         if (text_ && room_)
@@ -42,7 +43,7 @@ public:
             std::snprintf(text_, room_, format, args...);
     }
 
-private:
+  private:
     char *text_;
     uint32_t room_;
 };
@@ -55,10 +56,11 @@ namespace qrv {
 // value out of its range or trailing data stop the check; later calls do
 // nothing and every loop ends.
 class SyntaxChecker {
-public:
-    SyntaxChecker(const uint8_t *rbsp, std::size_t rbspSize, const uint8_t *unit, std::size_t unitSize,
-                  Reason &reason)
-        : rbsp_(rbsp), bitEnd_(uint64_t{rbspSize} * 8), unit_(unit), unitSize_(unitSize), reason_(reason)
+  public:
+    SyntaxChecker(const uint8_t *rbsp, std::size_t rbspSize, const uint8_t *unit,
+                  std::size_t unitSize, Reason &reason)
+        : rbsp_(rbsp), bitEnd_(uint64_t{rbspSize} * 8), unit_(unit), unitSize_(unitSize),
+          reason_(reason)
     {
     }
     int status() const { return status_; }
@@ -91,7 +93,8 @@ public:
     void kept(El el, int32_t f, int32_t max)
     {
         if (status_ == QRV_OK && f > max)
-            fail(QRV_E_UNSUPPORTED, el, elementAt_, "%d is more than the readers keep (%d)", f, max);
+            fail(QRV_E_UNSUPPORTED, el, elementAt_, "%d is more than the readers keep (%d)", f,
+                 max);
     }
     bool skipsRest(uint64_t, uint32_t) { return status_ != QRV_OK; }
     void dropUe(El el)
@@ -147,7 +150,8 @@ public:
         stopBit = 1;
         while (pos_ % 8 != 0) {
             if (take("rbsp_alignment_zero_bit", 1, v) && v != 0) {
-                fail(QRV_E_SYNTAX, "rbsp_alignment_zero_bit", elementAt_, "1 where a zero bit belongs");
+                fail(QRV_E_SYNTAX, "rbsp_alignment_zero_bit", elementAt_,
+                     "1 where a zero bit belongs");
                 return;
             }
         }
@@ -166,14 +170,15 @@ public:
             std::snprintf(detail, sizeof detail, "%s", what);
         else
             std::snprintf(detail, sizeof detail, what, args...);
-        const uint64_t at = unitBitOffset(unit_, unitSize_, static_cast<std::size_t>(bitEnd_ / 8), rbspBit);
+        const uint64_t at = unitBitOffset(unit_, unitSize_, static_cast<std::size_t>(bitEnd_ / 8),
+                                          rbspBit);
         if (el.index >= 0)
             reason_.say("%s[%d]: %s at bit %" PRIu64, el.name, el.index, detail, at);
         else
             reason_.say("%s: %s at bit %" PRIu64, el.name, detail, at);
     }
 
-private:
+  private:
     int bit(uint64_t at) const { return (rbsp_[at >> 3] >> (7 - (at & 7))) & 1; }
 
     bool take(El el, int32_t bits, uint64_t &v)
@@ -205,7 +210,8 @@ private:
             return false;
         }
         if (zeros > 31) {
-            fail(QRV_E_RANGE, el, elementAt_, "its code has %d leading zeros, more than 32 bits carry", zeros);
+            fail(QRV_E_RANGE, el, elementAt_,
+                 "its code has %d leading zeros, more than 32 bits carry", zeros);
             return false;
         }
         const uint64_t start = elementAt_;
@@ -220,7 +226,8 @@ private:
     {
         if (v >= min && v <= max)
             return true;
-        fail(QRV_E_RANGE, el, elementAt_, "%" PRIu64 " is outside %" PRIu64 "..%" PRIu64, v, min, max);
+        fail(QRV_E_RANGE, el, elementAt_, "%" PRIu64 " is outside %" PRIu64 "..%" PRIu64, v, min,
+             max);
         return false;
     }
 
@@ -258,38 +265,44 @@ int checkEscaping(const uint8_t *unit, std::size_t size, Reason &reason)
         if (unit[i - 2] != 0 || unit[i - 1] != 0 || unit[i] > escape)
             continue;
         if (unit[i] < escape) {
-            reason.say("emulation_prevention_three_byte: missing from 00 00 %02X at byte %zu at bit %zu",
-                       unit[i], i - 2, (i - 2) * 8);
+            reason.say(
+                "emulation_prevention_three_byte: missing from 00 00 %02X at byte %zu at bit %zu",
+                unit[i], i - 2, (i - 2) * 8);
             return QRV_E_SYNTAX;
         }
         if (i + 1 < size && unit[i + 1] > escape) {
-            reason.say("emulation_prevention_three_byte: followed by %02X at byte %zu at bit %zu", unit[i + 1],
-                       i, i * 8);
+            reason.say("emulation_prevention_three_byte: followed by %02X at byte %zu at bit %zu",
+                       unit[i + 1], i, i * 8);
             return QRV_E_SYNTAX;
         }
     }
     return QRV_OK;
 }
 
-void explainDifference(Reason &reason, const SPS_DECODED &, const SPS_DECODED &, const uint8_t *, std::size_t)
+void explainDifference(Reason &reason, const SPS_DECODED &, const SPS_DECODED &, const uint8_t *,
+                       std::size_t)
 {
-    reason.say("seq_parameter_set_rbsp: the SPS reader reads this unit differently (kept reading rules) at bit 0");
+    reason.say("seq_parameter_set_rbsp: the SPS reader reads this unit differently (kept reading "
+               "rules) at bit 0");
 }
 
-void explainDifference(Reason &reason, const PPS_DECODED &read, const PPS_DECODED &checked, const uint8_t *unit,
-                       std::size_t size)
+void explainDifference(Reason &reason, const PPS_DECODED &read, const PPS_DECODED &checked,
+                       const uint8_t *unit, std::size_t size)
 {
     // Kept: the PPS reader also drops a 0C after 00 00 (older recorders
     // wrote it as emulation prevention).
     const std::size_t at = findAfterZeroPair(unit, size, 5, 0x0C);
     if (at < size)
-        reason.say("pic_parameter_set_rbsp: 00 00 0C, which the PPS reader drops, at bit %zu", at * 8);
+        reason.say("pic_parameter_set_rbsp: 00 00 0C, which the PPS reader drops, at bit %zu",
+                   at * 8);
     else if (read.more_rbsp_data != checked.more_rbsp_data)
         reason.say("more_rbsp_data: the PPS reader finds a tail in the repeated last byte of its "
-                   "unescaped copy (kept reading rule) at bit %zu", size * 8 - 8);
+                   "unescaped copy (kept reading rule) at bit %zu",
+                   size * 8 - 8);
     else
-        reason.say("pic_parameter_set_rbsp: the PPS reader reads this unit differently (kept reading "
-                   "rules) at bit 0");
+        reason.say(
+            "pic_parameter_set_rbsp: the PPS reader reads this unit differently (kept reading "
+            "rules) at bit 0");
 }
 
 template <typename Record, typename Expand>
@@ -321,7 +334,8 @@ int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t 
         reason.say("no memory for a copy of the unit");
         return QRV_E_MEMORY;
     }
-    const std::size_t removed = removeEmulationPrevention(copy.bytes, size, kRemoveEmulationStandard);
+    const std::size_t removed = removeEmulationPrevention(copy.bytes, size,
+                                                          kRemoveEmulationStandard);
     Record record{};
     SyntaxChecker io(copy.bytes, size - removed, unit, size, reason);
     expand(io, &record);
@@ -352,12 +366,14 @@ int validateUnit(const uint8_t *unit, uint32_t size, char *reasonText, uint32_t 
 
 int qrvutilValidate_SPS(const uint8_t *unit, uint32_t size, char *reason, uint32_t room)
 {
-    return validateUnit<SPS_DECODED>(unit, size, reason, room, nal::kSps, qrvutilRead_SPS,
-                                     [](SyntaxChecker &io, SPS_DECODED *r) { seqParameterSetSyntax(io, r); });
+    return validateUnit<SPS_DECODED>(
+        unit, size, reason, room, nal::kSps, qrvutilRead_SPS,
+        [](SyntaxChecker &io, SPS_DECODED *r) { seqParameterSetSyntax(io, r); });
 }
 
 int qrvutilValidate_PPS(const uint8_t *unit, uint32_t size, char *reason, uint32_t room)
 {
-    return validateUnit<PPS_DECODED>(unit, size, reason, room, nal::kPps, qrvutilRead_PPS,
-                                     [](SyntaxChecker &io, PPS_DECODED *r) { picParameterSetSyntax(io, r); });
+    return validateUnit<PPS_DECODED>(
+        unit, size, reason, room, nal::kPps, qrvutilRead_PPS,
+        [](SyntaxChecker &io, PPS_DECODED *r) { picParameterSetSyntax(io, r); });
 }

@@ -35,7 +35,7 @@ namespace qrv {
 // every value against what its element can carry. The first failure sticks;
 // later calls write nothing.
 class SyntaxWriter {
-public:
+  public:
     explicit SyntaxWriter(kx_bitstream *bs) : bs_(bs) {}
     int status() const { return status_; }
 
@@ -93,7 +93,7 @@ public:
 
     void putSe(int32_t v) { putUe(seCodeNum(v)); }
 
-private:
+  private:
     bool check(bool ok)
     {
         if (!ok && status_ == QRV_OK)
@@ -104,7 +104,8 @@ private:
     {
         if (status_ != QRV_OK)
             return;
-        if (bs_->bit_pos > bs_->bit_end || bs_->bit_end - bs_->bit_pos < static_cast<uint32_t>(bits)) {
+        if (bs_->bit_pos > bs_->bit_end ||
+            bs_->bit_end - bs_->bit_pos < static_cast<uint32_t>(bits)) {
             status_ = QRV_E_ROOM;
             return;
         }
@@ -154,7 +155,9 @@ int write_scaling_list(kx_bitstream *bs, const int32_t *list, int size)
         --tail;
     const int32_t stop = wrapDelta(-list[tail]);
     const int tailLeft = size - (tail + 1);
-    const int explicitCount = tailLeft > 0 && uint32_t(tailLeft) >= ueBits(seCodeNum(stop)) ? tail + 1 : size;
+    const int explicitCount = tailLeft > 0 && uint32_t(tailLeft) >= ueBits(seCodeNum(stop))
+                                  ? tail + 1
+                                  : size;
     int32_t last = 8;
     for (int j = 0; j < explicitCount; ++j) {
         io.putSe(wrapDelta(list[j] - last));
@@ -198,10 +201,12 @@ int writeUnit(kx_bitstream *bs, const Record *record, Expand expand)
 
 int qrvutilWrite_SPS(kx_bitstream *bs, const SPS_DECODED *sps)
 {
-    return writeUnit(bs, sps, [](SyntaxWriter &io, const SPS_DECODED *r) { seqParameterSetSyntax(io, r); });
+    return writeUnit(bs, sps,
+                     [](SyntaxWriter &io, const SPS_DECODED *r) { seqParameterSetSyntax(io, r); });
 }
 
 int qrvutilWrite_PPS(kx_bitstream *bs, const PPS_DECODED *pps)
 {
-    return writeUnit(bs, pps, [](SyntaxWriter &io, const PPS_DECODED *r) { picParameterSetSyntax(io, r); });
+    return writeUnit(bs, pps,
+                     [](SyntaxWriter &io, const PPS_DECODED *r) { picParameterSetSyntax(io, r); });
 }

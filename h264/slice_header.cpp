@@ -12,20 +12,11 @@ namespace {
 // the unit; a header never reaches further in the streams recorded.
 constexpr std::size_t kSliceCopyBytes = 256;
 
-bool isPOrSp(int32_t kind)
-{
-    return kind == kSliceP || kind == kSliceSP;
-}
+bool isPOrSp(int32_t kind) { return kind == kSliceP || kind == kSliceSP; }
 
-bool hasRefLists(int32_t kind)
-{
-    return kind == kSliceP || kind == kSliceSP || kind == kSliceB;
-}
+bool hasRefLists(int32_t kind) { return kind == kSliceP || kind == kSliceSP || kind == kSliceB; }
 
-bool isIOrSi(int32_t kind)
-{
-    return kind == kSliceI || kind == kSliceSI;
-}
+bool isIOrSi(int32_t kind) { return kind == kSliceI || kind == kSliceSI; }
 
 // The fields before the header that depend on the picture structure.
 void readFrameAndField(kx_bitstream *bs, SLICE_HEADER *sh, const SPS_DECODED *sps)
@@ -292,20 +283,19 @@ void read_ref_pic_list_reordering(kx_bitstream *bs, SLICE_HEADER *sh)
         readReorderingList(bs, sh, &sh->ref_pic_list_reordering_flag_l1);
 }
 
-void read_pred_weight_table(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
-                            PPS_DECODED *pps)
+void read_pred_weight_table(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps, PPS_DECODED *pps)
 {
     (void)pps; // counts come from the slice header, defaults included
     const bool chroma = sps->chroma_format_idc != 0;
     sh->luma_log2_weight_denom = readUeField(bs);
     if (chroma)
         sh->chroma_log2_weight_denom = readUeField(bs);
-    const WeightList l0{&sh->luma_weight_l0_flag, sh->luma_weight_l0,  sh->luma_offset_l0,
+    const WeightList l0{&sh->luma_weight_l0_flag,   sh->luma_weight_l0,   sh->luma_offset_l0,
                         &sh->chroma_weight_l0_flag, sh->chroma_weight_l0, sh->chroma_offset_l0};
     readWeightList(bs, l0, sh->num_ref_idx_l0_active_minus1, chroma);
     if (sliceKind(sh->slice_type) != kSliceB)
         return;
-    const WeightList l1{&sh->luma_weight_l1_flag, sh->luma_weight_l1,  sh->luma_offset_l1,
+    const WeightList l1{&sh->luma_weight_l1_flag,   sh->luma_weight_l1,   sh->luma_offset_l1,
                         &sh->chroma_weight_l1_flag, sh->chroma_weight_l1, sh->chroma_offset_l1};
     readWeightList(bs, l1, sh->num_ref_idx_l1_active_minus1, chroma);
 }
@@ -322,8 +312,8 @@ void read_dec_ref_pic_marking(kx_bitstream *bs, SLICE_HEADER *sh, unsigned nal_u
         readMemoryManagementLoop(bs, sh);
 }
 
-int qrvutilRead_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
-                            PPS_DECODED *pps, int nal_unit_type)
+int qrvutilRead_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps, PPS_DECODED *pps,
+                            int nal_unit_type)
 {
     if (!recordsPresent(bs, sh, sps, pps))
         return 0;
@@ -339,8 +329,8 @@ int qrvutilRead_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps
     return sh->first_mb_in_slice;
 }
 
-int qrvutilFix_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
-                           PPS_DECODED *pps, unsigned nal_unit_type, int nal_ref_idc)
+int qrvutilFix_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps, PPS_DECODED *pps,
+                           unsigned nal_unit_type, int nal_ref_idc)
 {
     if (!recordsPresent(bs, sh, sps, pps))
         return 0;
@@ -352,8 +342,8 @@ int qrvutilFix_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
     return 0;
 }
 
-int qrvutilWrite_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
-                             PPS_DECODED *pps, int nal_unit_type)
+int qrvutilWrite_SliceHeader(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps, PPS_DECODED *pps,
+                             int nal_unit_type)
 {
     (void)bs;
     (void)sh;

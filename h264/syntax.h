@@ -24,8 +24,7 @@ int write_scaling_list(kx_bitstream *bs, const int32_t *list, int size);
 // Reordering keeps the fields of the last loop iteration only.
 void read_ref_pic_list_reordering(kx_bitstream *bs, SLICE_HEADER *sh);
 // Entries beyond 64 per list are read and dropped.
-void read_pred_weight_table(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps,
-                            PPS_DECODED *pps);
+void read_pred_weight_table(kx_bitstream *bs, SLICE_HEADER *sh, SPS_DECODED *sps, PPS_DECODED *pps);
 // Marking keeps the fields of the last loop iteration only.
 void read_dec_ref_pic_marking(kx_bitstream *bs, SLICE_HEADER *sh, unsigned nal_unit_type);
 
@@ -119,7 +118,7 @@ struct PrivateCopy {
 // The copy holds `bytes` bytes plus kBitReaderPadding; the bit length is
 // capped at the copy so that no read leaves it.
 class ReaderOnCopy {
-public:
+  public:
     ReaderOnCopy(kx_bitstream *bs, const uint8_t *copy, std::size_t bytes)
         : bs_(bs), buffer_(bs->buffer), bitEnd_(bs->bit_end)
     {
@@ -135,7 +134,7 @@ public:
     ReaderOnCopy(const ReaderOnCopy &) = delete;
     ReaderOnCopy &operator=(const ReaderOnCopy &) = delete;
 
-private:
+  private:
     kx_bitstream *bs_;
     uintptr_t buffer_;
     uintptr_t bitEnd_;

@@ -26,4 +26,4 @@ void builtinOsSleepMicroseconds(unsigned microseconds)
     retryInterrupted([&] { return nanosleep(&left, &left); });
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

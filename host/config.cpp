@@ -13,8 +13,7 @@ constexpr int kFailed = 1;
 /* A read of a value stored with the other type fails: a number is never
  * turned into text or back. A missing value fails without a message; only
  * trouble with the store itself is logged. */
-int readDword(ValueStore &store, const std::string &key, const std::string &name,
-              unsigned *value)
+int readDword(ValueStore &store, const std::string &key, const std::string &name, unsigned *value)
 {
     StoredValue stored;
     if (store.get(key, name, &stored) != Found::Yes || stored.kind != ValueKind::Dword)
@@ -86,7 +85,7 @@ int withStore(cfgHandle handle, const char *keyPath, const char *valueName, Use 
     }
 }
 
-}  // namespace
+} // namespace
 
 std::string normalizeKeyPath(const char *keyPath)
 {
@@ -132,37 +131,37 @@ int builtinCfgClose(cfgHandle handle, int save)
 int builtinCfgValueDword(cfgHandle handle, const char *keyPath, const char *valueName,
                          unsigned *value, int direction)
 {
-    return withStore(handle, keyPath, valueName, [&](ValueStore &store, const std::string &key,
-                                                     const std::string &name) {
-        if (direction == QRV_CFG_READ)
-            return readDword(store, key, name, value);
-        if (direction != QRV_CFG_WRITE || !value)
-            return kFailed;
-        StoredValue stored;
-        stored.number = *value;
-        return store.put(key, name, stored) ? 0 : kFailed;
-    });
+    return withStore(handle, keyPath, valueName,
+                     [&](ValueStore &store, const std::string &key, const std::string &name) {
+                         if (direction == QRV_CFG_READ)
+                             return readDword(store, key, name, value);
+                         if (direction != QRV_CFG_WRITE || !value)
+                             return kFailed;
+                         StoredValue stored;
+                         stored.number = *value;
+                         return store.put(key, name, stored) ? 0 : kFailed;
+                     });
 }
 
 int builtinCfgValueString(cfgHandle handle, const char *keyPath, const char *valueName,
                           char *buffer, unsigned *size, int direction)
 {
-    return withStore(handle, keyPath, valueName, [&](ValueStore &store, const std::string &key,
-                                                     const std::string &name) {
-        if (direction == QRV_CFG_READ)
-            return size ? readString(store, key, name, buffer, size) : kFailed;
-        if (direction != QRV_CFG_WRITE || !buffer)
-            return kFailed;
-        return writeString(store, key, name, buffer, size);
-    });
+    return withStore(handle, keyPath, valueName,
+                     [&](ValueStore &store, const std::string &key, const std::string &name) {
+                         if (direction == QRV_CFG_READ)
+                             return size ? readString(store, key, name, buffer, size) : kFailed;
+                         if (direction != QRV_CFG_WRITE || !buffer)
+                             return kFailed;
+                         return writeString(store, key, name, buffer, size);
+                     });
 }
 
 int builtinCfgDeleteValue(cfgHandle handle, const char *keyPath, const char *valueName)
 {
-    return withStore(handle, keyPath, valueName, [](ValueStore &store, const std::string &key,
-                                                    const std::string &name) {
-        return store.remove(key, name) == Found::Yes ? 0 : kFailed;
-    });
+    return withStore(handle, keyPath, valueName,
+                     [](ValueStore &store, const std::string &key, const std::string &name) {
+                         return store.remove(key, name) == Found::Yes ? 0 : kFailed;
+                     });
 }
 
 /* The default store's group lives with the thread's kept connection; a
@@ -181,4 +180,4 @@ int builtinCfgEndBatch(cfgHandle handle)
     return store ? store->endBatch() : QRV_E_ARGUMENT;
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

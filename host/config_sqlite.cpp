@@ -39,12 +39,11 @@ constexpr int kBusyTimeoutMs = 5000;
  * put off for long; another process would take that empty file for a
  * database still to be set up and fail to switch it while the first one
  * holds it open. */
-constexpr char kSetup[] =
-    "CREATE TABLE IF NOT EXISTS config_values("
-    " key TEXT NOT NULL, name TEXT NOT NULL, type INTEGER NOT NULL,"
-    " num INTEGER, text TEXT, PRIMARY KEY(key, name));"
-    "PRAGMA journal_mode=WAL;"
-    "PRAGMA synchronous=NORMAL;";
+constexpr char kSetup[] = "CREATE TABLE IF NOT EXISTS config_values("
+                          " key TEXT NOT NULL, name TEXT NOT NULL, type INTEGER NOT NULL,"
+                          " num INTEGER, text TEXT, PRIMARY KEY(key, name));"
+                          "PRAGMA journal_mode=WAL;"
+                          "PRAGMA synchronous=NORMAL;";
 
 enum Query { kSelect, kUpsert, kDelete, kQueryCount };
 constexpr const char *kQuerySql[kQueryCount] = {
@@ -97,7 +96,7 @@ enum class Grouped { Nothing, Reading, Writing };
  * began on. Writers set the database up once per connection; readers never
  * create it. */
 class KeptConnection {
-public:
+  public:
     KeptConnection() = default;
     ~KeptConnection() { drop(); }
     KeptConnection(const KeptConnection &) = delete;
@@ -125,8 +124,8 @@ public:
     sqlite3_stmt *statement(Query query, bool *missingTable)
     {
         sqlite3_stmt *&kept = statements_[query];
-        if (!kept && sqlite3_prepare_v3(db_, kQuerySql[query], -1, SQLITE_PREPARE_PERSISTENT,
-                                        &kept, nullptr) != SQLITE_OK) {
+        if (!kept && sqlite3_prepare_v3(db_, kQuerySql[query], -1, SQLITE_PREPARE_PERSISTENT, &kept,
+                                        nullptr) != SQLITE_OK) {
             kept = nullptr;
             *missingTable = std::strncmp(sqlite3_errmsg(db_), "no such table", 13) == 0;
         }
@@ -162,7 +161,7 @@ public:
     int depth = 0;
     Grouped grouped_ = Grouped::Nothing;
 
-private:
+  private:
     void forget()
     {
         db_ = nullptr;
@@ -277,7 +276,7 @@ bool joinGroup(bool write)
 /* A kept statement for one call, bound to the value's key, and reset when
  * the call ends: a statement left stepping would hold its snapshot open. */
 class Use {
-public:
+  public:
     Use() = default;
     Use(const Use &) = delete;
     Use &operator=(const Use &) = delete;
@@ -302,18 +301,17 @@ public:
             return Found::Error;
         }
         sqlite3_bind_text(statement_, 1, key.data(), static_cast<int>(key.size()), SQLITE_STATIC);
-        sqlite3_bind_text(statement_, 2, name.data(), static_cast<int>(name.size()),
-                          SQLITE_STATIC);
+        sqlite3_bind_text(statement_, 2, name.data(), static_cast<int>(name.size()), SQLITE_STATIC);
         return Found::Yes;
     }
 
     sqlite3_stmt *operator*() const { return statement_; }
 
-private:
+  private:
     sqlite3_stmt *statement_ = nullptr;
 };
 
-}  // namespace
+} // namespace
 
 Found SqliteStore::get(const std::string &key, const std::string &name, StoredValue *out)
 {
@@ -391,7 +389,8 @@ int SqliteStore::endBatch()
         return QRV_OK;
     sqlite3 *db = t_kept.db();
     const bool lost = sqlite3_get_autocommit(db) != 0;
-    const bool committed = !lost && sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+    const bool committed = !lost &&
+                           sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
     if (!committed) {
         logError("failed to commit to configuration database %s: %s",
                  sqlite3_db_filename(db, "main"),
@@ -403,4 +402,4 @@ int SqliteStore::endBatch()
     return committed ? QRV_OK : QRV_E_IO;
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

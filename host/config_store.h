@@ -22,7 +22,7 @@ struct StoredValue {
 enum class Found { Yes, No, Error };
 
 class ValueStore {
-public:
+  public:
     virtual ~ValueStore() = default;
     virtual Found get(const std::string &key, const std::string &name, StoredValue *out) = 0;
     /* true when the value is stored. */
@@ -43,7 +43,7 @@ public:
         return QRV_OK;
     }
 
-private:
+  private:
     int batchDepth_ = 0;
 };
 
@@ -52,7 +52,7 @@ std::string normalizeKeyPath(const char *keyPath);
 
 /* The default store, the per-user SQLite database. */
 class SqliteStore final : public ValueStore {
-public:
+  public:
     Found get(const std::string &key, const std::string &name, StoredValue *out) override;
     bool put(const std::string &key, const std::string &name, const StoredValue &value) override;
     Found remove(const std::string &key, const std::string &name) override;
@@ -67,6 +67,6 @@ ValueStore *xmlStoreFromHandle(cfgHandle handle);
 /* Writes back when asked and changed, then frees the store; 0 on success. */
 int closeXmlStore(ValueStore *store, bool save);
 
-}  // namespace qrv::host
+} // namespace qrv::host
 
 #endif

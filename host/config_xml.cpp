@@ -277,8 +277,7 @@ int createLockedTemporary(const std::string &path, std::string *temporary)
         const int fd = mkostemp(&(*temporary)[0], O_CLOEXEC);
         if (fd < 0)
             return -1;
-        if (retryInterrupted([&] { return flock(fd, LOCK_EX); }) == 0 &&
-            namesFile(*temporary, fd))
+        if (retryInterrupted([&] { return flock(fd, LOCK_EX); }) == 0 && namesFile(*temporary, fd))
             return fd;
         close(fd);
     }
@@ -336,7 +335,8 @@ bool replaceFileAtomically(const std::string &path, const std::string &content)
         return false;
     struct stat info;
     const bool written = writeAll(fd, content) &&
-                         (stat(path.c_str(), &info) != 0 || fchmod(fd, info.st_mode & 07777) == 0) &&
+                         (stat(path.c_str(), &info) != 0 ||
+                          fchmod(fd, info.st_mode & 07777) == 0) &&
                          fsync(fd) == 0;
     const int error = errno;
     if (close(fd) != 0 || !written || rename(temporary.c_str(), path.c_str()) != 0) {
@@ -372,7 +372,7 @@ TextPosition positionIn(const char *text, const char *at)
 /* ---- The store ---------------------------------------------------------------------- */
 
 class XmlStore final : public ValueStore {
-public:
+  public:
     static constexpr uint32_t kTag = 0x51435846u;
 
     explicit XmlStore(std::string path) : path_(std::move(path)) {}
@@ -422,7 +422,8 @@ public:
     Found get(const std::string &key, const std::string &name, StoredValue *out) override
     {
         TiXmlElement *keyElement = findKey(key, false);
-        TiXmlElement *value = keyElement ? findNamedChild(keyElement, kValueElement, name) : nullptr;
+        TiXmlElement *value = keyElement ? findNamedChild(keyElement, kValueElement, name)
+                                         : nullptr;
         if (!value)
             return Found::No;
         const char *data = value->Attribute(kDataAttribute);
@@ -456,7 +457,8 @@ public:
     Found remove(const std::string &key, const std::string &name) override
     {
         TiXmlElement *keyElement = findKey(key, false);
-        TiXmlElement *value = keyElement ? findNamedChild(keyElement, kValueElement, name) : nullptr;
+        TiXmlElement *value = keyElement ? findNamedChild(keyElement, kValueElement, name)
+                                         : nullptr;
         if (!value)
             return Found::No;
         keyElement->RemoveChild(value);
@@ -482,7 +484,7 @@ public:
 
     uint32_t tag = kTag;
 
-private:
+  private:
     bool hasOneConfigRoot() const
     {
         int roots = 0;
@@ -533,7 +535,7 @@ private:
     bool changed_ = false;
 };
 
-}  // namespace
+} // namespace
 
 ValueStore *openXmlStore(const char *path)
 {
@@ -567,4 +569,4 @@ int closeXmlStore(ValueStore *store, bool save)
     return saved ? 0 : 1;
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

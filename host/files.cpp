@@ -89,8 +89,8 @@ int transferAll(osHandle handle, Byte *buffer, unsigned count, unsigned *done, i
         return fail(EFAULT);
     unsigned total = 0;
     while (total < count) {
-        const ssize_t n =
-            retryInterrupted([&] { return step(fd, buffer + total, chunkOf(count - total)); });
+        const ssize_t n = retryInterrupted(
+            [&] { return step(fd, buffer + total, chunkOf(count - total)); });
         if (n < 0)
             return fail(errno);
         if (n == 0)
@@ -118,7 +118,7 @@ osHandle openResolved(const std::string &path, int flags)
     return fd;
 }
 
-}  // namespace
+} // namespace
 
 void setLastError(int code) { t_lastError = static_cast<unsigned>(code); }
 
@@ -228,4 +228,4 @@ int builtinOsFileExists(const char *path)
     }
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

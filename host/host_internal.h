@@ -70,6 +70,6 @@ std::string resolveUserPath(const char *path);
 /* Creates `dir` and its missing parents (mode 0700). */
 bool makeDirectories(const std::string &dir);
 
-}  // namespace qrv::host
+} // namespace qrv::host
 
 #endif

@@ -29,7 +29,7 @@ void logErrorLine(const char *format, va_list args)
     deliver(QRV_LOG_ERROR, line);
 }
 
-}  // namespace
+} // namespace
 
 bool debugOutputEnabled()
 {
@@ -53,7 +53,7 @@ void builtinLogLine(int level, const char *line)
     std::fflush(stderr);
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host
 
 void logError(const char *format, ...)
 {

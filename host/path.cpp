@@ -21,7 +21,7 @@ char *append(char *out, const char *text)
     return out + length;
 }
 
-}  // namespace
+} // namespace
 
 void osSplitPath(const char *path, char *drive, char *dir, char *name, char *ext)
 {

@@ -11,10 +11,27 @@ namespace {
 
 /* Every replaceable service, once; the merge is built from it. The batch
  * entries are taken as a pair, by takeBatchEntries(). */
-#define QRV_HOST_SERVICE_LIST(X)                                                            \
-    X(alloc) X(free) X(logLine) X(cfgOpen) X(cfgClose) X(cfgValueDword) X(cfgValueString)   \
-    X(cfgDeleteValue) X(osCreateFile) X(osCloseFile) X(osReadFile) X(osWriteFile) X(osSeek) \
-    X(osGetFileSizeEx) X(osGetLastError) X(osFileExists) X(osGetMs) X(osSleepMicroseconds)
+// clang-format off
+#define QRV_HOST_SERVICE_LIST(X) \
+    X(alloc) \
+    X(free) \
+    X(logLine) \
+    X(cfgOpen) \
+    X(cfgClose) \
+    X(cfgValueDword) \
+    X(cfgValueString) \
+    X(cfgDeleteValue) \
+    X(osCreateFile) \
+    X(osCloseFile) \
+    X(osReadFile) \
+    X(osWriteFile) \
+    X(osSeek) \
+    X(osGetFileSizeEx) \
+    X(osGetLastError) \
+    X(osFileExists) \
+    X(osGetMs) \
+    X(osSleepMicroseconds)
+// clang-format on
 
 /* Every table layout a host may have been built against, oldest first; a
  * table is read only up to its own size. */
@@ -25,13 +42,26 @@ constexpr uint32_t kKnownTableSizes[] = {
 
 constexpr qrvHostServices kBuiltins = {
     sizeof(qrvHostServices),
-    builtinAlloc,          builtinFree,           builtinLogLine,
-    builtinCfgOpen,        builtinCfgClose,       builtinCfgValueDword,
-    builtinCfgValueString, builtinCfgDeleteValue, builtinOsCreateFile,
-    builtinOsCloseFile,    builtinOsReadFile,     builtinOsWriteFile,
-    builtinOsSeek,         builtinOsGetFileSizeEx, builtinOsGetLastError,
-    builtinOsFileExists,   builtinOsGetMs,        builtinOsSleepMicroseconds,
-    builtinCfgBeginBatch,  builtinCfgEndBatch,
+    builtinAlloc,
+    builtinFree,
+    builtinLogLine,
+    builtinCfgOpen,
+    builtinCfgClose,
+    builtinCfgValueDword,
+    builtinCfgValueString,
+    builtinCfgDeleteValue,
+    builtinOsCreateFile,
+    builtinOsCloseFile,
+    builtinOsReadFile,
+    builtinOsWriteFile,
+    builtinOsSeek,
+    builtinOsGetFileSizeEx,
+    builtinOsGetLastError,
+    builtinOsFileExists,
+    builtinOsGetMs,
+    builtinOsSleepMicroseconds,
+    builtinCfgBeginBatch,
+    builtinCfgEndBatch,
 };
 
 bool knownTableSize(uint32_t size)
@@ -67,7 +97,7 @@ void takeBatchEntries(const qrvHostServices &given, qrvHostServices *active)
 /* Constant-initialised: no start-up code runs before the first call. */
 qrvHostServices g_active = kBuiltins;
 
-}  // namespace
+} // namespace
 
 const qrvHostServices &activeServices() { return g_active; }
 
@@ -79,7 +109,7 @@ void *builtinAlloc(size_t size) { return std::malloc(size ? size : 1); }
 
 void builtinFree(void *block) { std::free(block); }
 
-}  // namespace qrv::host
+} // namespace qrv::host
 
 using qrv::host::activeServices;
 
@@ -155,8 +185,7 @@ int cfgEndBatch(cfgHandle handle) { return activeServices().cfgEndBatch(handle);
 osHandle osCreateFile(const char *path, unsigned access, unsigned share, void *security,
                       unsigned disposition, unsigned flags, void *templ)
 {
-    return activeServices().osCreateFile(path, access, share, security, disposition, flags,
-                                         templ);
+    return activeServices().osCreateFile(path, access, share, security, disposition, flags, templ);
 }
 
 int osCloseFile(osHandle handle) { return activeServices().osCloseFile(handle); }

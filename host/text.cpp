@@ -15,7 +15,8 @@ char *intToString(int value, char *buffer, int radix)
         buffer[0] = '\0';
         return buffer;
     }
-    unsigned magnitude = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
+    unsigned magnitude = value < 0 ? 0u - static_cast<unsigned>(value)
+                                   : static_cast<unsigned>(value);
     const unsigned base = static_cast<unsigned>(radix);
     char reversed[QRV_INTEGER_TEXT_SIZE - 2]; /* the digits only: no sign, no terminator */
     int count = 0;

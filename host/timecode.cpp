@@ -43,7 +43,8 @@ bool framesFromLabels(uint64_t labels, const TimecodeType &t, uint64_t *frames)
 {
     const uint64_t minutes = labels / (t.labelsPerSecond * 60);
     const uint64_t skippedMinutes = minutes - minutes / 10;
-    if (t.dropPerMinute != 0 && minutes % 10 != 0 && labels % (t.labelsPerSecond * 60) < t.dropPerMinute)
+    if (t.dropPerMinute != 0 && minutes % 10 != 0 &&
+        labels % (t.labelsPerSecond * 60) < t.dropPerMinute)
         return false;
     *frames = labels - t.dropPerMinute * skippedMinutes;
     return true;
@@ -53,7 +54,8 @@ int copyText(const char *formatted, int length, char *text)
 {
     if (length < 0)
         length = 0;
-    const size_t n = static_cast<size_t>(length) < kTextMax ? static_cast<size_t>(length) : kTextMax;
+    const size_t n = static_cast<size_t>(length) < kTextMax ? static_cast<size_t>(length)
+                                                            : kTextMax;
     std::memcpy(text, formatted, n);
     text[n] = '\0';
     return static_cast<int>(n);
@@ -89,7 +91,7 @@ int readFields(const char *text, uint64_t (&fields)[4])
     return *text == '\0' ? count : 0;
 }
 
-}  // namespace
+} // namespace
 
 /* The bits above the low byte (the library passes 0x32100, 0xB2140,
  * 0x10100 and 0x10102 in them) choose nothing: there is one text form per
@@ -111,8 +113,8 @@ int tcToString(unsigned frames, unsigned flags, char *text)
     const unsigned long long hh = labels / 60;
     const char separator = t->dropPerMinute ? ';' : ':';
     return copyText(formatted,
-                    std::snprintf(formatted, sizeof formatted, "%02llu:%02u:%02u%c%02u", hh, mm,
-                                  ss, separator, ff),
+                    std::snprintf(formatted, sizeof formatted, "%02llu:%02u:%02u%c%02u", hh, mm, ss,
+                                  separator, ff),
                     text);
 }
 

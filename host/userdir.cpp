@@ -23,13 +23,12 @@ std::string homeDirectory()
     struct passwd entry;
     struct passwd *found = nullptr;
     char buffer[4096];
-    if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found &&
-        found->pw_dir)
+    if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found && found->pw_dir)
         return found->pw_dir;
     return "/tmp";
 }
 
-}  // namespace
+} // namespace
 
 /* Read from the environment on every call, never cached: a process (a test,
  * a deployment script) may move the directory between two calls. A relative
@@ -70,4 +69,4 @@ bool makeDirectories(const std::string &dir)
     return stat(dir.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

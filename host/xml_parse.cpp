@@ -17,13 +17,15 @@ constexpr size_t kStackText = 4096;
 
 /* Converts CR LF and lone CR to LF in place, up to the first zero, and
  * terminates the text there; the bytes after it are left as they were. */
-void normaliseLineEnds(char *text) {
+void normaliseLineEnds(char *text)
+{
     const char *p = text;
     char *q = text;
     while (*p) {
         if (*p == '\r') {
             *q++ = '\n';
-            if (*++p == '\n') ++p;
+            if (*++p == '\n')
+                ++p;
         } else {
             *q++ = *p++;
         }
@@ -33,11 +35,13 @@ void normaliseLineEnds(char *text) {
 
 /* Reads the whole open file into a host block followed by kXmlPadding zero
  * bytes. Null when the file is empty, too large, or cannot be read whole. */
-char *readPadded(osHandle file, TiXmlDocument *doc) {
+char *readPadded(osHandle file, TiXmlDocument *doc)
+{
     unsigned long long size = 0;
     const bool sized = osGetFileSizeEx(file, &size) != 0;
     if (sized && size == 0) {
-        doc->SetError(TiXmlBase::TIXML_ERROR_DOCUMENT_EMPTY, nullptr, nullptr, TIXML_ENCODING_UNKNOWN);
+        doc->SetError(TiXmlBase::TIXML_ERROR_DOCUMENT_EMPTY, nullptr, nullptr,
+                      TIXML_ENCODING_UNKNOWN);
         return nullptr;
     }
     char *text = sized && size <= 0xFFFFFFFFull - kXmlPadding
@@ -53,44 +57,53 @@ char *readPadded(osHandle file, TiXmlDocument *doc) {
     return nullptr;
 }
 
-}  // namespace
+} // namespace
 
 bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEncoding encoding,
-                  size_t *stop) {
+                  size_t *stop)
+{
     char local[kStackText];
-    if (length > length + kXmlPadding) return false;
+    if (length > length + kXmlPadding)
+        return false;
     const bool small = length <= sizeof local - kXmlPadding;
     char *copy = small ? local : static_cast<char *>(hostAlloc(length + kXmlPadding));
-    if (!copy) return false;
+    if (!copy)
+        return false;
     std::memcpy(copy, text, length);
     std::memset(copy + length, 0, kXmlPadding);
     const char *end = doc->Parse(copy, nullptr, encoding);
     /* The parser returns null both after an error and when the text ends
      * right after the last node. */
-    if (stop) *stop = end ? std::min(static_cast<size_t>(end - copy), length) : doc->Error() ? 0 : length;
-    if (!small) hostFree(copy);
+    if (stop)
+        *stop = end ? std::min(static_cast<size_t>(end - copy), length) : doc->Error() ? 0 : length;
+    if (!small)
+        hostFree(copy);
     return true;
 }
 
-bool loadXmlFile(TiXmlDocument *doc, const char *path, TiXmlEncoding encoding) {
+bool loadXmlFile(TiXmlDocument *doc, const char *path, TiXmlEncoding encoding)
+{
     doc->SetValue(path);
     const std::string name = isBareName(path) ? std::string("./") + path : std::string(path);
-    const osHandle file =
-        osCreateFile(name.c_str(), QRV_ACCESS_READ, QRV_SHARE_READ_WRITE, nullptr, QRV_OPEN_EXISTING, 0, nullptr);
+    const osHandle file = osCreateFile(name.c_str(), QRV_ACCESS_READ, QRV_SHARE_READ_WRITE, nullptr,
+                                       QRV_OPEN_EXISTING, 0, nullptr);
     if (file == QRV_INVALID_FILE) {
         /* A directory opens for TinyXML and then fails to read. */
-        if (osGetLastError() == EISDIR) doc->Clear();
-        doc->SetError(TiXmlBase::TIXML_ERROR_OPENING_FILE, nullptr, nullptr, TIXML_ENCODING_UNKNOWN);
+        if (osGetLastError() == EISDIR)
+            doc->Clear();
+        doc->SetError(TiXmlBase::TIXML_ERROR_OPENING_FILE, nullptr, nullptr,
+                      TIXML_ENCODING_UNKNOWN);
         return false;
     }
     doc->Clear();
     char *text = readPadded(file, doc);
     osCloseFile(file);
-    if (!text) return false;
+    if (!text)
+        return false;
     normaliseLineEnds(text);
     doc->Parse(text, nullptr, encoding);
     hostFree(text);
     return !doc->Error();
 }
 
-}  // namespace qrv::host
+} // namespace qrv::host

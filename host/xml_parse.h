@@ -35,6 +35,6 @@ bool parseXmlCopy(TiXmlDocument *doc, const char *text, size_t length, TiXmlEnco
  * SaveFile take it. Returns true when the document loaded without error. */
 bool loadXmlFile(TiXmlDocument *doc, const char *path, TiXmlEncoding encoding);
 
-}  // namespace qrv::host
+} // namespace qrv::host
 
 #endif

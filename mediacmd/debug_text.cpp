@@ -23,8 +23,9 @@ namespace {
  * 1024-byte buffer and appended to a 4096-byte line. Both are bounded, so a
  * FileName near its full length is cut rather than overflowing. */
 class TraceLine {
-public:
-    void add(const char *format, ...) __attribute__((format(printf, 2, 3))) {
+  public:
+    void add(const char *format, ...) __attribute__((format(printf, 2, 3)))
+    {
         char piece[1024];
         va_list args;
         va_start(args, format);
@@ -33,10 +34,12 @@ public:
         append(piece);
     }
 
-    void append(const char *text) {
+    void append(const char *text)
+    {
         size_t length = std::strlen(text);
         const size_t room = sizeof line_ - 1 - used_;
-        if (length > room) length = room;
+        if (length > room)
+            length = room;
         std::memcpy(line_ + used_, text, length);
         used_ += length;
         line_[used_] = 0;
@@ -44,7 +47,7 @@ public:
 
     const char *text() const { return line_; }
 
-private:
+  private:
     char line_[4096] = {};
     size_t used_ = 0;
 };
@@ -63,8 +66,10 @@ constexpr PointPiece kPointPieces[] = {
     {cfUseEndOffset, "UseEndOffset (%d) ", &MEDIACMD::End},
 };
 
-void addCommand(TraceLine &line, const MEDIACMD &cmd) {
-    if (cmd.Cmd >= kCommandCount) return;
+void addCommand(TraceLine &line, const MEDIACMD &cmd)
+{
+    if (cmd.Cmd >= kCommandCount)
+        return;
     if (cmd.Cmd == ctGetValue) {
         char name[MCMD_NAME_MAX];
         /* A named value closes its parenthesis with no blank after it. */
@@ -74,23 +79,32 @@ void addCommand(TraceLine &line, const MEDIACMD &cmd) {
             line.add("ctGetValue(%d, 0x%X) ", static_cast<int>(cmd.CmdAlt), cmd.CmdAlt);
         return;
     }
-    if (kCommandTexts[cmd.Cmd].trace) line.append(kCommandTexts[cmd.Cmd].trace);
+    if (kCommandTexts[cmd.Cmd].trace)
+        line.append(kCommandTexts[cmd.Cmd].trace);
 }
 
-const char *cmdAltLabel(uint32_t flags) {
+const char *cmdAltLabel(uint32_t flags)
+{
     const bool ms = flags & cfTimeMs;
-    if (ms && (flags & cfTimeTarget)) return "CmdTarget: ";
-    if (ms && (flags & cfTimeHouseClock)) return "CmdHouse: ";
-    if (ms) return "CmdTime: ";
+    if (ms && (flags & cfTimeTarget))
+        return "CmdTarget: ";
+    if (ms && (flags & cfTimeHouseClock))
+        return "CmdHouse: ";
+    if (ms)
+        return "CmdTime: ";
     return "CmdAlt: ";
 }
 
-void addFlags(TraceLine &line, const MEDIACMD &cmd) {
+void addFlags(TraceLine &line, const MEDIACMD &cmd)
+{
     const uint32_t flags = cmd.cmdFlags;
-    if (flags & cfDeferred) line.append("Deferred ");
-    if (flags & cfUseSpeed) line.add("UseSpeed (%ld) ", static_cast<long>(speedPercent(cmd.Speed)));
+    if (flags & cfDeferred)
+        line.append("Deferred ");
+    if (flags & cfUseSpeed)
+        line.add("UseSpeed (%ld) ", static_cast<long>(speedPercent(cmd.Speed)));
     for (const PointPiece &piece : kPointPieces)
-        if (flags & piece.flag) line.add(piece.format, cmd.*piece.field);
+        if (flags & piece.flag)
+            line.add(piece.format, cmd.*piece.field);
     if (flags & cfUseCmdAlt) {
         line.append(cmdAltLabel(flags));
         line.add("(%d) ", static_cast<int>(cmd.CmdAlt));
@@ -103,17 +117,18 @@ void addFlags(TraceLine &line, const MEDIACMD &cmd) {
     if (flags & cfUseClipID) {
         /* ClipID may run on into FileName; neither is read past the record. */
         const char *clip = area(&cmd);
-        line.add("UseClipId: (%.*s)(%.*s) ", static_cast<int>(boundedLength(clip, kAreaSize)),
-                 clip, static_cast<int>(boundedLength(cmd.FileName, kFileNameSize)),
-                 cmd.FileName);
+        line.add("UseClipId: (%.*s)(%.*s) ", static_cast<int>(boundedLength(clip, kAreaSize)), clip,
+                 static_cast<int>(boundedLength(cmd.FileName, kFileNameSize)), cmd.FileName);
     }
 }
 
-}  // namespace
+} // namespace
 
-void __dbgout_mediacmd(MEDIACMD *cmd) {
+void __dbgout_mediacmd(MEDIACMD *cmd)
+{
     /* ctGetState and ctSetState are left out of the trace on purpose. */
-    if (!cmd || cmd->Cmd == ctGetState || cmd->Cmd == ctSetState) return;
+    if (!cmd || cmd->Cmd == ctGetState || cmd->Cmd == ctSetState)
+        return;
     try {
         TraceLine line;
         line.add("qrv-Chan%1d ", static_cast<int>(cmd->Channel));
@@ -126,7 +141,8 @@ void __dbgout_mediacmd(MEDIACMD *cmd) {
     }
 }
 
-int __dbgout_tc(unsigned frames, int tcType) {
+int __dbgout_tc(unsigned frames, int tcType)
+{
     const unsigned type = static_cast<unsigned>(tcType) & 0xFFu;
     /* Type 0 has no timecode rate of its own: show it as non-drop-frame. */
     const unsigned flags = type ? (type | 0x10100u) : 0x10102u;

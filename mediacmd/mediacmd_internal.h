@@ -23,27 +23,18 @@ struct CommandText {
 };
 
 constexpr CommandText kCommandTexts[] = {
-    {"ctStop ", "Stop"},
-    {"ctPause ", "Pause"},
-    {"ctPlay ", "Play"},
-    {"ctRecord ", "Record"},
-    {"ctRecStop ", "RecStop"},
-    {"ctEject ", "Eject"},
-    {"ctTransfer ", "Transfer"},
-    {"ctInsert ", "Insert"},
-    {"ctBlank ", "Blank"},
-    {"ctDelete ", "Delete"},
-    {"ctTrim ", "Trim"},
-    {"ctChanSelect ", "ChanSelect"},
-    {nullptr, "GetState"},       /* never traced */
-    {nullptr, "SetState"},       /* never traced */
-    {nullptr, "GetValue"},       /* traced with its gs name */
-    {"ctSetValue ", "SetValue"},
-    {"ctValueSupported ", "ValueSupported"},
-    {"ctError ", "Error"},
-    {"ctTerminate ", "Terminate"},
-    {"ctAbort ", "Abort"},
-    {"ctEdit ", nullptr},
+    {"ctStop ", "Stop"},         {"ctPause ", "Pause"},
+    {"ctPlay ", "Play"},         {"ctRecord ", "Record"},
+    {"ctRecStop ", "RecStop"},   {"ctEject ", "Eject"},
+    {"ctTransfer ", "Transfer"}, {"ctInsert ", "Insert"},
+    {"ctBlank ", "Blank"},       {"ctDelete ", "Delete"},
+    {"ctTrim ", "Trim"},         {"ctChanSelect ", "ChanSelect"},
+    {nullptr, "GetState"}, /* never traced */
+    {nullptr, "SetState"}, /* never traced */
+    {nullptr, "GetValue"}, /* traced with its gs name */
+    {"ctSetValue ", "SetValue"}, {"ctValueSupported ", "ValueSupported"},
+    {"ctError ", "Error"},       {"ctTerminate ", "Terminate"},
+    {"ctAbort ", "Abort"},       {"ctEdit ", nullptr},
     {"ctSwitch ", nullptr},
 };
 constexpr uint32_t kCommandCount = sizeof kCommandTexts / sizeof kCommandTexts[0];
@@ -62,8 +53,10 @@ constexpr uint32_t kNormalSpeedCommands = 0xC;
 
 /* The speed a command implies when the record gives none; false when the
  * command implies no speed (every code above 19 included). */
-constexpr bool impliedSpeed(uint32_t ct, int32_t *speed) {
-    if (ct > ctAbort) return false;
+constexpr bool impliedSpeed(uint32_t ct, int32_t *speed)
+{
+    if (ct > ctAbort)
+        return false;
     const uint32_t bit = 1u << ct;
     if (bit & kStillCommands) {
         *speed = 0;
@@ -78,11 +71,13 @@ constexpr bool impliedSpeed(uint32_t ct, int32_t *speed) {
 
 /* Percent of normal speed, truncated toward zero, as the debug text and the
  * XML form show it. */
-constexpr int64_t speedPercent(int32_t speed) {
+constexpr int64_t speedPercent(int32_t speed)
+{
     return static_cast<int64_t>(speed) * 100 / MEDIACMD_SPEED_NORMAL;
 }
 
-constexpr bool isValueCommand(uint32_t ct) {
+constexpr bool isValueCommand(uint32_t ct)
+{
     return ct == ctGetValue || ct == ctSetValue || ct == ctValueSupported;
 }
 
@@ -96,19 +91,19 @@ constexpr size_t kFileNameSize = sizeof(MEDIACMD::FileName);
 static_assert(MEDIACMD_AREA_OFFSET + kAreaSize == sizeof(MEDIACMD), "area runs to the end");
 
 /* The shared trailing area (ClipID onwards) as the bytes of the record. */
-inline char *area(MEDIACMD *cmd) {
-    return reinterpret_cast<char *>(cmd) + MEDIACMD_AREA_OFFSET;
-}
-inline const char *area(const MEDIACMD *cmd) {
+inline char *area(MEDIACMD *cmd) { return reinterpret_cast<char *>(cmd) + MEDIACMD_AREA_OFFSET; }
+inline const char *area(const MEDIACMD *cmd)
+{
     return reinterpret_cast<const char *>(cmd) + MEDIACMD_AREA_OFFSET;
 }
 
 /* Length of the text at `p`, never looking at more than `limit` bytes. */
-inline size_t boundedLength(const char *p, size_t limit) {
+inline size_t boundedLength(const char *p, size_t limit)
+{
     const void *end = std::memchr(p, 0, limit);
     return end ? static_cast<size_t>(static_cast<const char *>(end) - p) : limit;
 }
 
-}  // namespace qrv::mediacmd
+} // namespace qrv::mediacmd
 
 #endif

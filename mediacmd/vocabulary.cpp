@@ -163,28 +163,36 @@ namespace {
 
 /* Every row named in lower case (a short initialiser list would leave rows
  * unnamed) and, for the gs table, no value twice. */
-constexpr bool rowsNamedInLowerCase(const mcmdXlat *rows, size_t count) {
+constexpr bool rowsNamedInLowerCase(const mcmdXlat *rows, size_t count)
+{
     for (size_t i = 0; i < count; ++i) {
-        if (!rows[i].name || !rows[i].name[0]) return false;
+        if (!rows[i].name || !rows[i].name[0])
+            return false;
         for (const char *c = rows[i].name; *c; ++c)
-            if (*c >= 'A' && *c <= 'Z') return false;
+            if (*c >= 'A' && *c <= 'Z')
+                return false;
     }
     return true;
 }
 
-constexpr bool valuesUnique(const mcmdXlat *rows, size_t count) {
+constexpr bool valuesUnique(const mcmdXlat *rows, size_t count)
+{
     for (size_t i = 0; i < count; ++i)
         for (size_t j = i + 1; j < count; ++j)
-            if (rows[i].value == rows[j].value) return false;
+            if (rows[i].value == rows[j].value)
+                return false;
     return true;
 }
 
-constexpr size_t longestName(const mcmdXlat *rows, size_t count) {
+constexpr size_t longestName(const mcmdXlat *rows, size_t count)
+{
     size_t longest = 0;
     for (size_t i = 0; i < count; ++i) {
         size_t n = 0;
-        while (rows[i].name[n]) ++n;
-        if (n > longest) longest = n;
+        while (rows[i].name[n])
+            ++n;
+        if (n > longest)
+            longest = n;
     }
     return longest;
 }
@@ -194,23 +202,26 @@ static_assert(rowsNamedInLowerCase(mcmdFLAGXlat, MCMD_FLAG_ROWS), "cf rows compl
 static_assert(valuesUnique(mcmdGSXlat, MCMD_GS_ROWS), "no gs value twice");
 static_assert(longestName(mcmdGSXlat, MCMD_GS_ROWS) + 1 == MCMD_NAME_MAX, "gs name buffer");
 
-char asciiLower(char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-}
+char asciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
-bool sameNameIgnoringCase(const char *a, const char *b, size_t length) {
+bool sameNameIgnoringCase(const char *a, const char *b, size_t length)
+{
     for (size_t i = 0; i < length; ++i)
-        if (asciiLower(a[i]) != asciiLower(b[i])) return false;
+        if (asciiLower(a[i]) != asciiLower(b[i]))
+            return false;
     return true;
 }
 
-const mcmdXlat *findValue(const mcmdXlat *rows, size_t count, unsigned value) {
+const mcmdXlat *findValue(const mcmdXlat *rows, size_t count, unsigned value)
+{
     for (size_t i = 0; i < count; ++i)
-        if (rows[i].value == value) return &rows[i];
+        if (rows[i].value == value)
+            return &rows[i];
     return nullptr;
 }
 
-const mcmdXlat *findName(const mcmdXlat *rows, size_t count, const char *name) {
+const mcmdXlat *findName(const mcmdXlat *rows, size_t count, const char *name)
+{
     const size_t length = std::strlen(name);
     for (size_t i = 0; i < count; ++i)
         if (std::strlen(rows[i].name) == length && sameNameIgnoringCase(rows[i].name, name, length))
@@ -218,34 +229,41 @@ const mcmdXlat *findName(const mcmdXlat *rows, size_t count, const char *name) {
     return nullptr;
 }
 
-int nameOf(const mcmdXlat *rows, size_t count, unsigned value, char *name) {
+int nameOf(const mcmdXlat *rows, size_t count, unsigned value, char *name)
+{
     const mcmdXlat *row = findValue(rows, count, value);
-    if (!row) return -1;
-    if (name) std::strcpy(name, row->name);
+    if (!row)
+        return -1;
+    if (name)
+        std::strcpy(name, row->name);
     return 0;
 }
 
-int valueOf(const mcmdXlat *rows, size_t count, const char *name, unsigned *value) {
+int valueOf(const mcmdXlat *rows, size_t count, const char *name, unsigned *value)
+{
     const mcmdXlat *row = name ? findName(rows, count, name) : nullptr;
-    if (!row) return -1;
-    if (value) *value = row->value;
+    if (!row)
+        return -1;
+    if (value)
+        *value = row->value;
     return 0;
 }
 
-}  // namespace
+} // namespace
 
-int gsToString(unsigned value, char *name) {
-    return nameOf(mcmdGSXlat, MCMD_GS_ROWS, value, name);
-}
+int gsToString(unsigned value, char *name) { return nameOf(mcmdGSXlat, MCMD_GS_ROWS, value, name); }
 
-int gsFromString(const char *name, unsigned *value) {
+int gsFromString(const char *name, unsigned *value)
+{
     return valueOf(mcmdGSXlat, MCMD_GS_ROWS, name, value);
 }
 
-int cfToString(unsigned flag, char *name) {
+int cfToString(unsigned flag, char *name)
+{
     return nameOf(mcmdFLAGXlat, MCMD_FLAG_ROWS, flag, name);
 }
 
-int cfFromString(const char *name, unsigned *flag) {
+int cfFromString(const char *name, unsigned *flag)
+{
     return valueOf(mcmdFLAGXlat, MCMD_FLAG_ROWS, name, flag);
 }

@@ -19,12 +19,18 @@ struct FlagAttribute {
 /* The flag attributes of the "Cmd" element, in the writer's order. The
  * reader reads override-deferred under its own names (see the reader). */
 constexpr FlagAttribute kCmdFlagAttributes[] = {
-    {"Deferred", cfDeferred},     {"OverrideDeferred", cfOverrideDeferred},
-    {"Loop", cfLoop},             {"Trigger", cfTrigger},
-    {"Ripple", cfRipple},         {"Invert", cfInvert},
-    {"Test", cfTest},             {"NoReturn", cfNoReturn},
-    {"UseAllIDs", cfUseAllIDs},   {"UseClipID", cfUseClipID},
-    {"NoClipFiles", cfNoClipFiles}, {"NoTCSpaces", cfNoTCSpaces},
+    {"Deferred", cfDeferred},
+    {"OverrideDeferred", cfOverrideDeferred},
+    {"Loop", cfLoop},
+    {"Trigger", cfTrigger},
+    {"Ripple", cfRipple},
+    {"Invert", cfInvert},
+    {"Test", cfTest},
+    {"NoReturn", cfNoReturn},
+    {"UseAllIDs", cfUseAllIDs},
+    {"UseClipID", cfUseClipID},
+    {"NoClipFiles", cfNoClipFiles},
+    {"NoTCSpaces", cfNoTCSpaces},
 };
 
 /* The attribute of the "Speed" element after its Value. */
@@ -61,9 +67,9 @@ struct TcTypeName {
     const char *name;
 };
 constexpr TcTypeName kTcTypeNames[] = {
-    {0, "frames"},   {255, "frames"},  {1, "film"},   {2, "non-drop-frame"},
-    {4, "drop-frame"}, {8, "pal"},     {16, "50"},    {32, "59.94"},
-    {64, "60"},      {128, "film-drop"}, {132, "23.98"},
+    {0, "frames"},     {255, "frames"},    {1, "film"},    {2, "non-drop-frame"},
+    {4, "drop-frame"}, {8, "pal"},         {16, "50"},     {32, "59.94"},
+    {64, "60"},        {128, "film-drop"}, {132, "23.98"},
 };
 
 /* Command texts, matched in this order as prefixes of the lower-cased text
@@ -74,16 +80,26 @@ struct CommandWord {
     uint32_t code;
 };
 constexpr CommandWord kCommandWords[] = {
-    {"stop", ctStop},         {"pause", ctPause},
-    {"play", ctPlay},         {"record", ctRecord},
-    {"recstop", ctRecStop},   {"eject", ctEject},
-    {"transfer", ctTransfer}, {"insert", ctInsert},
-    {"blank", ctBlank},       {"delete", ctDelete},
-    {"trim", ctTrim},         {"chanselect", ctChanSelect},
-    {"getstate", ctGetState}, {"setstate", ctSetState},
-    {"getvalue", ctGetValue}, {"setvalue", ctSetValue},
-    {"valuesupported", ctValueSupported}, {"error", ctError},
-    {"terminate", ctPlay},    {"abort", ctPlay},
+    {"stop", ctStop},
+    {"pause", ctPause},
+    {"play", ctPlay},
+    {"record", ctRecord},
+    {"recstop", ctRecStop},
+    {"eject", ctEject},
+    {"transfer", ctTransfer},
+    {"insert", ctInsert},
+    {"blank", ctBlank},
+    {"delete", ctDelete},
+    {"trim", ctTrim},
+    {"chanselect", ctChanSelect},
+    {"getstate", ctGetState},
+    {"setstate", ctSetState},
+    {"getvalue", ctGetValue},
+    {"setvalue", ctSetValue},
+    {"valuesupported", ctValueSupported},
+    {"error", ctError},
+    {"terminate", ctPlay},
+    {"abort", ctPlay},
     {"edit", ctEdit},
 };
 
@@ -100,13 +116,15 @@ bool commandFromText(const char *text, uint32_t *code);
  * twenty, and the bound keeps the parser's stack use small. */
 constexpr size_t kMaxOpeningTags = 1024;
 
-inline bool opensFewTags(const char *xml) {
+inline bool opensFewTags(const char *xml)
+{
     size_t tags = 0;
     for (const char *p = std::strchr(xml, '<'); p; p = std::strchr(p + 1, '<'))
-        if (p[1] != '/' && ++tags > kMaxOpeningTags) return false;
+        if (p[1] != '/' && ++tags > kMaxOpeningTags)
+            return false;
     return true;
 }
 
-}  // namespace qrv::mediacmd
+} // namespace qrv::mediacmd
 
 #endif

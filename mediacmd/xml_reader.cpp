@@ -27,14 +27,18 @@ namespace {
  * saturating at its limits, and the long's low 32 bits are the value, so a
  * number outside 32 bits reads differently on 32- and 64-bit builds, as it
  * always has. */
-bool readInteger(const char *text, int *value) {
+bool readInteger(const char *text, int *value)
+{
     const unsigned char *p = reinterpret_cast<const unsigned char *>(text);
-    while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+    while (*p == ' ' || (*p >= '\t' && *p <= '\r'))
+        ++p;
     const bool negative = *p == '-';
-    if (*p == '-' || *p == '+') ++p;
-    if (*p < '0' || *p > '9') return false;
-    const unsigned long limit =
-        negative ? static_cast<unsigned long>(LONG_MAX) + 1u : static_cast<unsigned long>(LONG_MAX);
+    if (*p == '-' || *p == '+')
+        ++p;
+    if (*p < '0' || *p > '9')
+        return false;
+    const unsigned long limit = negative ? static_cast<unsigned long>(LONG_MAX) + 1u
+                                         : static_cast<unsigned long>(LONG_MAX);
     unsigned long magnitude = 0;
     for (; *p >= '0' && *p <= '9'; ++p) {
         const unsigned digit = *p - '0';
@@ -66,27 +70,35 @@ struct FlagRows {
 };
 
 template <size_t N>
-constexpr FlagRows flagRows(const FlagAttribute (&rows)[N], uint32_t offsetFlag = 0, uint32_t unread = 0) {
+constexpr FlagRows flagRows(const FlagAttribute (&rows)[N], uint32_t offsetFlag = 0,
+                            uint32_t unread = 0)
+{
     return {rows, N, offsetFlag, unread};
 }
 constexpr FlagRows kNoFlags = {nullptr, 0, 0, 0};
 
 bool sameName(const char *a, const char *b) { return a[0] == b[0] && std::strcmp(a, b) == 0; }
 
-uint32_t flagOf(const FlagRows &rows, const char *name) {
-    if (rows.offsetFlag && sameName(name, "IsOffset")) return rows.offsetFlag;
+uint32_t flagOf(const FlagRows &rows, const char *name)
+{
+    if (rows.offsetFlag && sameName(name, "IsOffset"))
+        return rows.offsetFlag;
     for (size_t i = 0; i < rows.count; ++i)
-        if (rows.rows[i].flag != rows.unread && sameName(name, rows.rows[i].name)) return rows.rows[i].flag;
+        if (rows.rows[i].flag != rows.unread && sameName(name, rows.rows[i].name))
+            return rows.rows[i].flag;
     return 0;
 }
 
 /* A flag attribute adds its flag when it reads as a non-zero integer. */
-void addFlag(const char *text, uint32_t flag, uint32_t *flags) {
+void addFlag(const char *text, uint32_t flag, uint32_t *flags)
+{
     int value = 0;
-    if (text && readInteger(text, &value) && value) *flags |= flag;
+    if (text && readInteger(text, &value) && value)
+        *flags |= flag;
 }
 
-Attributes readAttributes(const TiXmlElement *element, const FlagRows &rows) {
+Attributes readAttributes(const TiXmlElement *element, const FlagRows &rows)
+{
     Attributes found;
     for (const TiXmlAttribute *a = element->FirstAttribute(); a; a = a->Next()) {
         const char *name = a->Name();
@@ -110,9 +122,11 @@ Attributes readAttributes(const TiXmlElement *element, const FlagRows &rows) {
 bool readValue(const char *text, int *value) { return text && readInteger(text, value); }
 
 template <typename Field>
-void storeValue(const Attributes &found, Field *field) {
+void storeValue(const Attributes &found, Field *field)
+{
     int value = 0;
-    if (readValue(found.value, &value)) *field = static_cast<Field>(value);
+    if (readValue(found.value, &value))
+        *field = static_cast<Field>(value);
 }
 
 /* ---- The root's children ------------------------------------------------------- */
@@ -121,28 +135,46 @@ void storeValue(const Attributes &found, Field *field) {
  * (comments and texts included) and is read only when that node is an
  * element. */
 enum Child {
-    kPrev, kNext, kList, kCmdID, kStructSize, kChannel, kCmd, kSpeed, kVideoChannels,
-    kAudioChannels, kInfoChannels, kCmdAlt, kPosition, kStart, kEnd, kClipID, kFileName,
-    kArbID, kChildCount
+    kPrev,
+    kNext,
+    kList,
+    kCmdID,
+    kStructSize,
+    kChannel,
+    kCmd,
+    kSpeed,
+    kVideoChannels,
+    kAudioChannels,
+    kInfoChannels,
+    kCmdAlt,
+    kPosition,
+    kStart,
+    kEnd,
+    kClipID,
+    kFileName,
+    kArbID,
+    kChildCount
 };
 constexpr const char *kChildNames[kChildCount] = {
-    "prev", "next", "list", "CmdID", "StructSize", "Channel", "Cmd", "Speed", "VideoChannels",
-    "AudioChannels", "InfoChannels", "CmdAlt", "Position", "Start", "End", "ClipID", "FileName",
-    "arbID"};
+    "prev",     "next",  "list",          "CmdID",         "StructSize",   "Channel",
+    "Cmd",      "Speed", "VideoChannels", "AudioChannels", "InfoChannels", "CmdAlt",
+    "Position", "Start", "End",           "ClipID",        "FileName",     "arbID"};
 
 struct Children {
     const TiXmlElement *element[kChildCount] = {};
 };
 
 /* One pass over the root's children. */
-Children findChildren(const TiXmlElement *root) {
+Children findChildren(const TiXmlElement *root)
+{
     Children found;
     bool seen[kChildCount] = {};
     size_t left = kChildCount;
     for (const TiXmlNode *node = root->FirstChild(); node && left; node = node->NextSibling()) {
         const char *name = node->Value();
         for (size_t i = 0; i < kChildCount; ++i) {
-            if (seen[i] || !sameName(name, kChildNames[i])) continue;
+            if (seen[i] || !sameName(name, kChildNames[i]))
+                continue;
             seen[i] = true;
             --left;
             found.element[i] = node->ToElement();
@@ -155,11 +187,13 @@ Children findChildren(const TiXmlElement *root) {
 /* ---- Steps, in the order they apply ------------------------------------------------ */
 
 /* Links keep their high halves: only the low 32 bits travel. */
-void readLinks(const Children &children, MEDIACMD *cmd) {
+void readLinks(const Children &children, MEDIACMD *cmd)
+{
     uint64_t MEDIACMD::*const links[] = {&MEDIACMD::prev, &MEDIACMD::next, &MEDIACMD::list};
     for (size_t i = 0; i < 3; ++i) {
         const TiXmlElement *element = children.element[kPrev + i];
-        if (!element) continue;
+        if (!element)
+            continue;
         uint32_t low = static_cast<uint32_t>(cmd->*links[i]);
         storeValue(readAttributes(element, kNoFlags), &low);
         cmd->*links[i] = (cmd->*links[i] & ~uint64_t{0xFFFFFFFFu}) | low;
@@ -167,17 +201,21 @@ void readLinks(const Children &children, MEDIACMD *cmd) {
 }
 
 template <typename Field>
-void readPlainValue(const TiXmlElement *element, Field *field) {
-    if (element) storeValue(readAttributes(element, kNoFlags), field);
+void readPlainValue(const TiXmlElement *element, Field *field)
+{
+    if (element)
+        storeValue(readAttributes(element, kNoFlags), field);
 }
 
 /* Override-deferred is read under "cfOverideDeferred" (so spelt by peers)
  * and, only when that does not read, "cfOverrideDeferred"; the writer's own
  * "OverrideDeferred" is not read. */
-void readCommand(const TiXmlElement *element, MEDIACMD *cmd) {
-    if (!element) return;
-    const Attributes found =
-        readAttributes(element, flagRows(kCmdFlagAttributes, 0, cfOverrideDeferred));
+void readCommand(const TiXmlElement *element, MEDIACMD *cmd)
+{
+    if (!element)
+        return;
+    const Attributes found = readAttributes(element,
+                                            flagRows(kCmdFlagAttributes, 0, cfOverrideDeferred));
     int value = 0;
     if (readValue(found.value, &value))
         cmd->Cmd = static_cast<uint32_t>(value);
@@ -186,14 +224,17 @@ void readCommand(const TiXmlElement *element, MEDIACMD *cmd) {
     cmd->cmdFlags |= found.flags;
     int overide = 0;
     if (readValue(found.overideDeferred, &overide)) {
-        if (overide) cmd->cmdFlags |= cfOverrideDeferred;
+        if (overide)
+            cmd->cmdFlags |= cfOverrideDeferred;
     } else {
         addFlag(found.overrideDeferred, cfOverrideDeferred, &cmd->cmdFlags);
     }
 }
 /* The Speed text is not read: Value alone carries the speed. */
-void readSpeed(const TiXmlElement *element, MEDIACMD *cmd) {
-    if (!element) return;
+void readSpeed(const TiXmlElement *element, MEDIACMD *cmd)
+{
+    if (!element)
+        return;
     const Attributes found = readAttributes(element, flagRows(kSpeedAttributes));
     storeValue(found, &cmd->Speed);
     cmd->cmdFlags |= cfUseSpeed | found.flags;
@@ -202,17 +243,21 @@ void readSpeed(const TiXmlElement *element, MEDIACMD *cmd) {
 /* All three track masks are read into VideoChannels, so the last one present
  * wins and AudioChannels and InfoChannels keep what they held: documents in
  * circulation are read so. */
-void readTracks(const Children &children, MEDIACMD *cmd) {
+void readTracks(const Children &children, MEDIACMD *cmd)
+{
     for (const Child child : {kVideoChannels, kAudioChannels, kInfoChannels}) {
         const TiXmlElement *element = children.element[child];
-        if (!element) continue;
+        if (!element)
+            continue;
         storeValue(readAttributes(element, kNoFlags), &cmd->VideoChannels);
         cmd->cmdFlags |= cfUsePresets;
     }
 }
 
-void readCmdAlt(const TiXmlElement *element, MEDIACMD *cmd) {
-    if (!element) return;
+void readCmdAlt(const TiXmlElement *element, MEDIACMD *cmd)
+{
+    if (!element)
+        return;
     const Attributes found = readAttributes(element, flagRows(kCmdAltAttributes));
     storeValue(found, &cmd->CmdAlt);
     cmd->cmdFlags |= cfUseCmdAlt | found.flags;
@@ -234,7 +279,8 @@ constexpr PointReader kPointReaders[] = {
 /* A point's Value wins; without one its text is read as timecode of the
  * working type, which a TcType attribute may change. */
 void readPoint(const TiXmlElement *element, const PointReader &point, unsigned *workingType,
-               MEDIACMD *cmd) {
+               MEDIACMD *cmd)
+{
     const Attributes found = readAttributes(element, flagRows(kPointAttributes, point.offsetFlag));
     cmd->cmdFlags |= point.useFlag;
     int value = 0;
@@ -245,7 +291,8 @@ void readPoint(const TiXmlElement *element, const PointReader &point, unsigned *
         int named = 0;
         if (readValue(found.tcType, &named)) {
             type = static_cast<unsigned>(named);
-            if (point.typeCarriesOn) *workingType = type;
+            if (point.typeCarriesOn)
+                *workingType = type;
         }
         unsigned frames = 0;
         const char *text = element->GetText();
@@ -255,20 +302,23 @@ void readPoint(const TiXmlElement *element, const PointReader &point, unsigned *
     cmd->cmdFlags |= found.flags;
 }
 
-void readPoints(const Children &children, unsigned workingType, MEDIACMD *cmd) {
+void readPoints(const Children &children, unsigned workingType, MEDIACMD *cmd)
+{
     for (const PointReader &point : kPointReaders)
         if (const TiXmlElement *element = children.element[point.child])
             readPoint(element, point, &workingType, cmd);
 }
 
-const char *elementText(const TiXmlElement *element) {
+const char *elementText(const TiXmlElement *element)
+{
     const char *text = element->GetText();
     return text ? text : "";
 }
 
 /* Copies a text into the record at `dst`, at most `room` - 1 bytes and a
  * terminator. */
-void storeText(char *dst, size_t room, const char *text) {
+void storeText(char *dst, size_t room, const char *text)
+{
     const size_t length = boundedLength(text, room - 1);
     std::memcpy(dst, text, length);
     dst[length] = 0;
@@ -276,7 +326,8 @@ void storeText(char *dst, size_t room, const char *text) {
 
 /* A ClipID longer than 8 characters runs on into FileName, as peers expect,
  * but stops at the end of the record; FileName then starts empty. */
-void readClipAndFile(const Children &children, MEDIACMD *cmd) {
+void readClipAndFile(const Children &children, MEDIACMD *cmd)
+{
     if (const TiXmlElement *element = children.element[kClipID]) {
         storeText(area(cmd), kAreaSize, elementText(element));
         cmd->FileName[0] = 0;
@@ -288,28 +339,37 @@ void readClipAndFile(const Children &children, MEDIACMD *cmd) {
 /* Binary data: "length" bytes from pairs of text characters. Only the pairs
  * present are decoded and only the area is filled, but StructSize always
  * becomes 76 + length. */
-void readBinary(const TiXmlElement *element, MEDIACMD *cmd) {
-    if (!element) return;
+void readBinary(const TiXmlElement *element, MEDIACMD *cmd)
+{
+    if (!element)
+        return;
     int length = 0;
     readValue(readAttributes(element, kNoFlags).length, &length);
     const char *text = elementText(element);
     size_t count = length > 0 ? static_cast<size_t>(length) : 0;
-    if (count > kAreaSize) count = kAreaSize;
+    if (count > kAreaSize)
+        count = kAreaSize;
     const size_t pairs = boundedLength(text, 2 * count) / 2;
-    if (count > pairs) count = pairs;
+    if (count > pairs)
+        count = pairs;
     char *data = area(cmd);
-    for (size_t i = 0; i < count; ++i) data[i] = static_cast<char>(parseHex(text + 2 * i));
+    for (size_t i = 0; i < count; ++i)
+        data[i] = static_cast<char>(parseHex(text + 2 * i));
     cmd->StructSize = MEDIACMD_AREA_OFFSET + static_cast<uint32_t>(length);
 }
 
 /* Reads the document where it lies: one pass finds the children, then each
  * step reads its own element in one pass over its attributes. */
-int readDocument(MEDIACMD *cmd, unsigned *tcType, const TiXmlDocument &doc) {
-    if (!cmd) return -1;
+int readDocument(MEDIACMD *cmd, unsigned *tcType, const TiXmlDocument &doc)
+{
+    if (!cmd)
+        return -1;
     const TiXmlNode *node = doc.FirstChild("MediaCmd");
-    if (!node) return -2;
+    if (!node)
+        return -2;
     const TiXmlElement *root = node->ToElement();
-    if (!root) return -3;
+    if (!root)
+        return -3;
     const Children children = findChildren(root);
     readLinks(children, cmd);
     readPlainValue(children.element[kCmdID], &cmd->CmdID);
@@ -326,21 +386,25 @@ int readDocument(MEDIACMD *cmd, unsigned *tcType, const TiXmlDocument &doc) {
     return 0;
 }
 
-}  // namespace
+} // namespace
 
-int MediaCmdFromXML(MEDIACMD *cmd, unsigned *tcType, TiXmlDocument doc) {
+int MediaCmdFromXML(MEDIACMD *cmd, unsigned *tcType, TiXmlDocument doc)
+{
     return readDocument(cmd, tcType, doc);
 }
 
-int MediaCmdFromXMLString(MEDIACMD *cmd, unsigned *tcType, const char *xml) {
+int MediaCmdFromXMLString(MEDIACMD *cmd, unsigned *tcType, const char *xml)
+{
     initMediaCmd(cmd, ctStop);
-    if (!cmd) return -1;
+    if (!cmd)
+        return -1;
     try {
         TiXmlDocument doc;
         /* Parse errors are not checked: they leave no root. The text is
          * parsed from a copy with zero bytes after it, so that a text ending
          * inside a multi-byte character is not read past. */
-        if (xml && opensFewTags(xml)) parseXmlCopy(&doc, xml, std::strlen(xml), TIXML_DEFAULT_ENCODING);
+        if (xml && opensFewTags(xml))
+            parseXmlCopy(&doc, xml, std::strlen(xml), TIXML_DEFAULT_ENCODING);
         return readDocument(cmd, tcType, doc);
     } catch (...) {
         logErrorFormat(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n\r",
@@ -351,7 +415,8 @@ int MediaCmdFromXMLString(MEDIACMD *cmd, unsigned *tcType, const char *xml) {
 
 namespace qrv::mediacmd {
 
-bool commandFromText(const char *text, uint32_t *code) {
+bool commandFromText(const char *text, uint32_t *code)
+{
     char work[kCommandTextSize];
     const size_t length = boundedLength(text, sizeof work - 1);
     std::memcpy(work, text, length);
@@ -366,22 +431,29 @@ bool commandFromText(const char *text, uint32_t *code) {
     return false;
 }
 
-}  // namespace qrv::mediacmd
+} // namespace qrv::mediacmd
 
-unsigned char parseHex(const char *pair) {
-    if (!pair) return 0;
+unsigned char parseHex(const char *pair)
+{
+    if (!pair)
+        return 0;
     /* Taken as signed 8-bit values, all arithmetic modulo 256. The high
      * digit is dropped for a decimal low digit and letters are offset from
      * 'A' alone: decoded so on purpose, as peers' binary data is. */
     const int high = static_cast<signed char>(pair[0]);
     const int low = static_cast<signed char>(pair[1]);
     unsigned a = static_cast<unsigned>(high) * 16u;
-    if (high > '9') a -= 16u;
-    if (low <= '9') return static_cast<unsigned char>(low - '0');
+    if (high > '9')
+        a -= 16u;
+    if (low <= '9')
+        return static_cast<unsigned char>(low - '0');
     return static_cast<unsigned char>(a + static_cast<unsigned>(low - 'A'));
 }
 
-void make_lower_case(char *s) {
-    if (!s) return;
-    for (; *s; ++s) *s = static_cast<char>(std::tolower(static_cast<unsigned char>(*s)));
+void make_lower_case(char *s)
+{
+    if (!s)
+        return;
+    for (; *s; ++s)
+        *s = static_cast<char>(std::tolower(static_cast<unsigned char>(*s)));
 }

@@ -19,9 +19,11 @@ namespace {
 
 constexpr bool isFrameCount(uint32_t code) { return code == 0 || code == 255; }
 
-const char *tcTypeName(uint32_t code) {
+const char *tcTypeName(uint32_t code)
+{
     for (const TcTypeName &row : kTcTypeNames)
-        if (row.code == code) return row.name;
+        if (row.code == code)
+            return row.name;
     return nullptr;
 }
 
@@ -30,7 +32,8 @@ const char *tcTypeName(uint32_t code) {
 constexpr uint32_t kTypedTcForm = 0x32100;
 constexpr uint32_t kQueueTcForm = 0xB2140;
 
-void reportException(const char *what) {
+void reportException(const char *what)
+{
     logErrorFormat(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n\r", what);
 }
 
@@ -40,13 +43,15 @@ struct ShortText {
     size_t length() const { return std::strlen(text); }
 };
 
-ShortText integerText(int value, int radix) {
+ShortText integerText(int value, int radix)
+{
     ShortText t;
     intToString(value, t.text, radix);
     return t;
 }
 
-ShortText timecodeText(int32_t frames, uint32_t form) {
+ShortText timecodeText(int32_t frames, uint32_t form)
+{
     static_assert(QRV_TIMECODE_TEXT_SIZE <= QRV_INTEGER_TEXT_SIZE, "one buffer serves both");
     ShortText t;
     tcToString(static_cast<uint32_t>(frames), form, t.text);
@@ -54,46 +59,53 @@ ShortText timecodeText(int32_t frames, uint32_t form) {
 }
 
 template <class Out>
-void textElement(Out &out, const char *name, const char *text, size_t length) {
+void textElement(Out &out, const char *name, const char *text, size_t length)
+{
     out.open(name);
     out.text(text, length);
     out.close();
 }
 
 template <class Out>
-void textElement(Out &out, const char *name, const ShortText &text) {
+void textElement(Out &out, const char *name, const ShortText &text)
+{
     textElement(out, name, text.text, text.length());
 }
 
 template <class Out>
-void valueElement(Out &out, const char *name, int value) {
+void valueElement(Out &out, const char *name, int value)
+{
     out.open(name);
     out.attribute("Value", value);
     out.close();
 }
 
 template <class Out, size_t N>
-void flagAttributes(Out &out, uint32_t flags, const FlagAttribute (&rows)[N]) {
+void flagAttributes(Out &out, uint32_t flags, const FlagAttribute (&rows)[N])
+{
     for (const FlagAttribute &row : rows)
-        if (flags & row.flag) out.attribute(row.name, 1);
+        if (flags & row.flag)
+            out.attribute(row.name, 1);
 }
-
 
 /* ---- Header elements ---------------------------------------------------------- */
 
 template <class Out>
-void writeLinks(Out &out, const MEDIACMD *cmd) {
+void writeLinks(Out &out, const MEDIACMD *cmd)
+{
     const struct {
         const char *name;
         uint64_t value;
     } links[] = {{"prev", cmd->prev}, {"next", cmd->next}, {"list", cmd->list}};
     /* Only the low 32 bits of a link travel. */
     for (const auto &link : links)
-        if (link.value) valueElement(out, link.name, static_cast<int>(link.value & 0xFFFFFFFFu));
+        if (link.value)
+            valueElement(out, link.name, static_cast<int>(link.value & 0xFFFFFFFFu));
 }
 
 template <class Out>
-void writeCommand(Out &out, const MEDIACMD *cmd) {
+void writeCommand(Out &out, const MEDIACMD *cmd)
+{
     const char *name = kCommandTexts[cmd->Cmd].xml;
     out.open("Cmd");
     out.attribute("Value", static_cast<int>(cmd->Cmd));
@@ -105,11 +117,13 @@ void writeCommand(Out &out, const MEDIACMD *cmd) {
 /* ctPlay and ctRecord always say their speed; without cfUseSpeed the value
  * is normal speed but the text still shows the record's own Speed field. */
 template <class Out>
-void writeSpeed(Out &out, const MEDIACMD *cmd) {
+void writeSpeed(Out &out, const MEDIACMD *cmd)
+{
     const uint32_t flags = cmd->cmdFlags;
     int value = cmd->Speed;
     if (!(flags & cfUseSpeed)) {
-        if (!(flags & cfIsShuttle) && cmd->Cmd != ctPlay && cmd->Cmd != ctRecord) return;
+        if (!(flags & cfIsShuttle) && cmd->Cmd != ctPlay && cmd->Cmd != ctRecord)
+            return;
         value = MEDIACMD_SPEED_NORMAL;
     }
     const ShortText text = integerText(static_cast<int>(speedPercent(cmd->Speed)), 25);
@@ -121,16 +135,20 @@ void writeSpeed(Out &out, const MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeTracks(Out &out, const MEDIACMD *cmd) {
-    if (!(cmd->cmdFlags & cfUsePresets)) return;
+void writeTracks(Out &out, const MEDIACMD *cmd)
+{
+    if (!(cmd->cmdFlags & cfUsePresets))
+        return;
     valueElement(out, "VideoChannels", static_cast<int>(cmd->VideoChannels));
     valueElement(out, "AudioChannels", static_cast<int>(cmd->AudioChannels));
     valueElement(out, "InfoChannels", static_cast<int>(cmd->InfoChannels));
 }
 
 template <class Out>
-void writeCmdAlt(Out &out, const MEDIACMD *cmd) {
-    if (!(cmd->cmdFlags & kCmdAltFlags)) return;
+void writeCmdAlt(Out &out, const MEDIACMD *cmd)
+{
+    if (!(cmd->cmdFlags & kCmdAltFlags))
+        return;
     out.open("CmdAlt");
     out.attribute("Value", static_cast<int>(cmd->CmdAlt));
     flagAttributes(out, cmd->cmdFlags, kCmdAltAttributes);
@@ -149,15 +167,19 @@ struct PointElement {
 };
 
 template <class Out>
-void writePoint(Out &out, const PointElement &point, uint32_t flags) {
-    const ShortText text =
-        isFrameCount(point.tcCode)
-            ? integerText(point.value, point.frameRadix)
-            : timecodeText(point.value, point.queueForm ? kQueueTcForm : kTypedTcForm | point.tcCode);
+void writePoint(Out &out, const PointElement &point, uint32_t flags)
+{
+    const ShortText text = isFrameCount(point.tcCode)
+                               ? integerText(point.value, point.frameRadix)
+                               : timecodeText(point.value, point.queueForm
+                                                               ? kQueueTcForm
+                                                               : kTypedTcForm | point.tcCode);
     out.open(point.name);
     out.attribute("Value", point.value);
-    if (const char *name = tcTypeName(point.tcCode)) out.attribute("TcType", name);
-    if (flags & point.offsetFlag) out.attribute("IsOffset", 1);
+    if (const char *name = tcTypeName(point.tcCode))
+        out.attribute("TcType", name);
+    if (flags & point.offsetFlag)
+        out.attribute("IsOffset", 1);
     flagAttributes(out, flags, kPointAttributes);
     out.text(text.text, text.length());
     out.close();
@@ -166,11 +188,13 @@ void writePoint(Out &out, const PointElement &point, uint32_t flags) {
 /* Start and End texts use the queue-position form under different rules;
  * both are kept, as documents already written depend on them. */
 template <class Out>
-void writePoints(Out &out, const MEDIACMD *cmd, uint32_t tcCode) {
+void writePoints(Out &out, const MEDIACMD *cmd, uint32_t tcCode)
+{
     const uint32_t flags = cmd->cmdFlags;
     writePoint(out, {"Position", cmd->Position, tcCode, 10, false, cfUsePositionOffset}, flags);
     /* Once Position is a frame count, so are Start and End. */
-    if (isFrameCount(tcCode)) tcCode = 0;
+    if (isFrameCount(tcCode))
+        tcCode = 0;
     if (flags & (cfUseStart | cfUseStartOffset)) {
         const bool queue = cmd->CmdAlt >= kGsInsertQueue;
         writePoint(out, {"Start", cmd->Start, tcCode, 25, queue, cfUseStartOffset}, flags);
@@ -187,7 +211,8 @@ void writePoints(Out &out, const MEDIACMD *cmd, uint32_t tcCode) {
 /* Every read of the area stays inside the record, whatever its bytes say. */
 
 template <class Out>
-void writeMetadata(Out &out, const MEDIACMD *cmd) {
+void writeMetadata(Out &out, const MEDIACMD *cmd)
+{
     static constexpr char kReplayCount[] = "REPLAY_COUNT";
     const char *data = area(cmd);
     const size_t tagLength = boundedLength(data, kAreaSize);
@@ -207,17 +232,20 @@ void writeMetadata(Out &out, const MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeChannelName(Out &out, const MEDIACMD *cmd) {
+void writeChannelName(Out &out, const MEDIACMD *cmd)
+{
     textElement(out, "chanName", area(cmd), boundedLength(area(cmd), kAreaSize));
 }
 
 /* "length" says StructSize - 76 whatever it is; the bytes written stop at
  * the end of the record. */
 template <class Out>
-void writeBinary(Out &out, const MEDIACMD *cmd) {
+void writeBinary(Out &out, const MEDIACMD *cmd)
+{
     const int length = static_cast<int>(cmd->StructSize - MEDIACMD_AREA_OFFSET);
     size_t count = length > 0 ? static_cast<size_t>(length) : 0;
-    if (count > kAreaSize) count = kAreaSize;
+    if (count > kAreaSize)
+        count = kAreaSize;
     out.open("arbID");
     out.attribute("Type", "hex");
     out.attribute("length", length);
@@ -230,19 +258,23 @@ void writeBinary(Out &out, const MEDIACMD *cmd) {
 bool clipIdTerminated(const MEDIACMD *cmd) { return area(cmd)[8] == 0; }
 
 template <class Out>
-void writeClipID(Out &out, const MEDIACMD *cmd) {
+void writeClipID(Out &out, const MEDIACMD *cmd)
+{
     textElement(out, "ClipID", cmd->ClipID, boundedLength(cmd->ClipID, sizeof cmd->ClipID));
 }
 
 /* metabasefilename: "name$unique" splits into UniqueID and FileName, and the
  * '$' in the caller's record becomes the name's terminator. */
 template <class Out>
-void writeMetabaseFileName(Out &out, MEDIACMD *cmd) {
-    if (!clipIdTerminated(cmd)) return;
+void writeMetabaseFileName(Out &out, MEDIACMD *cmd)
+{
+    if (!clipIdTerminated(cmd))
+        return;
     writeClipID(out, cmd);
     size_t length = boundedLength(cmd->FileName, kFileNameSize);
     if (char *dollar = static_cast<char *>(std::memchr(cmd->FileName, '$', length))) {
-        textElement(out, "UniqueID", dollar + 1, static_cast<size_t>(cmd->FileName + length - dollar - 1));
+        textElement(out, "UniqueID", dollar + 1,
+                    static_cast<size_t>(cmd->FileName + length - dollar - 1));
         *dollar = 0;
         length = static_cast<size_t>(dollar - cmd->FileName);
     }
@@ -250,10 +282,12 @@ void writeMetabaseFileName(Out &out, MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeLongName(Out &out, const MEDIACMD *cmd) {
+void writeLongName(Out &out, const MEDIACMD *cmd)
+{
     const char *name = area(cmd);
     const size_t length = boundedLength(name, kAreaSize);
-    if (length == 0 || length >= cmd->StructSize - 77u) return;
+    if (length == 0 || length >= cmd->StructSize - 77u)
+        return;
     try {
         textElement(out, "FileName", name, length);
     } catch (...) {
@@ -262,14 +296,16 @@ void writeLongName(Out &out, const MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeClipAndFile(Out &out, const MEDIACMD *cmd) {
+void writeClipAndFile(Out &out, const MEDIACMD *cmd)
+{
     writeClipID(out, cmd);
     const size_t length = boundedLength(cmd->FileName, kFileNameSize);
     try {
         if (length == 0) {
             /* A metadata request names its clip twice. */
             if (cmd->CmdAlt == kGsMetadata)
-                textElement(out, "FileName", cmd->ClipID, boundedLength(cmd->ClipID, sizeof cmd->ClipID));
+                textElement(out, "FileName", cmd->ClipID,
+                            boundedLength(cmd->ClipID, sizeof cmd->ClipID));
         } else if (length < cmd->StructSize - 86u) {
             textElement(out, "FileName", cmd->FileName, length);
         }
@@ -279,7 +315,8 @@ void writeClipAndFile(Out &out, const MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeGeneralArea(Out &out, const MEDIACMD *cmd) {
+void writeGeneralArea(Out &out, const MEDIACMD *cmd)
+{
     if (clipIdTerminated(cmd))
         writeClipAndFile(out, cmd);
     else
@@ -287,7 +324,8 @@ void writeGeneralArea(Out &out, const MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeNamedArea(Out &out, MEDIACMD *cmd) {
+void writeNamedArea(Out &out, MEDIACMD *cmd)
+{
     if (cmd->CmdAlt == kGsMetabaseFileName)
         writeMetabaseFileName(out, cmd);
     else
@@ -295,7 +333,8 @@ void writeNamedArea(Out &out, MEDIACMD *cmd) {
 }
 
 template <class Out>
-void writeTrailingArea(Out &out, MEDIACMD *cmd) {
+void writeTrailingArea(Out &out, MEDIACMD *cmd)
+{
     const uint32_t alt = cmd->CmdAlt;
     if (alt == kGsMetabaseGetTag) {
         writeMetadata(out, cmd);
@@ -313,19 +352,22 @@ void writeTrailingArea(Out &out, MEDIACMD *cmd) {
 }
 
 template <class Out>
-int writeDocument(Out &out, MEDIACMD *cmd, unsigned tcType) {
+int writeDocument(Out &out, MEDIACMD *cmd, unsigned tcType)
+{
     out.begin();
     writeLinks(out, cmd);
     valueElement(out, "CmdID", static_cast<int>(cmd->CmdID));
     valueElement(out, "StructSize", static_cast<int>(cmd->StructSize));
     valueElement(out, "Channel", cmd->Channel);
-    if (cmd->Cmd > kLastXmlCommand) return -1;
+    if (cmd->Cmd > kLastXmlCommand)
+        return -1;
     writeCommand(out, cmd);
     writeSpeed(out, cmd);
     writeTracks(out, cmd);
     writeCmdAlt(out, cmd);
     writePoints(out, cmd, tcType & 0xFFu);
-    if (cmd->cmdFlags & cfUseClipID) writeTrailingArea(out, cmd);
+    if (cmd->cmdFlags & cfUseClipID)
+        writeTrailingArea(out, cmd);
     out.end();
     return 0;
 }
@@ -339,14 +381,17 @@ int writeDocument(Out &out, MEDIACMD *cmd, unsigned tcType) {
 constexpr size_t kFixedTextRoom = 3072;
 constexpr size_t kAreaTextRoom = TextOutput::escapedRoom(2 * kAreaSize + 2 * QRV_INTEGER_TEXT_SIZE);
 
-size_t textRoom(const MEDIACMD *cmd) {
+size_t textRoom(const MEDIACMD *cmd)
+{
     return kFixedTextRoom + (cmd->cmdFlags & cfUseClipID ? kAreaTextRoom : 0);
 }
 
-}  // namespace
+} // namespace
 
-int MediaCmdToXML(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType) {
-    if (!doc || !cmd) return -1;
+int MediaCmdToXML(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType)
+{
+    if (!doc || !cmd)
+        return -1;
     try {
         TreeOutput out(doc);
         return writeDocument(out, cmd, tcType);
@@ -360,8 +405,10 @@ int MediaCmdToXML(TiXmlDocument *doc, MEDIACMD *cmd, unsigned tcType) {
  * runs, so the record is changed exactly as when the text is written. A text
  * that outgrew its room (which textRoom rules out) is reported and not
  * handed out cut. */
-int MediaCmdToXMLString(char **out, MEDIACMD *cmd, unsigned tcType) {
-    if (!cmd) return -1;
+int MediaCmdToXMLString(char **out, MEDIACMD *cmd, unsigned tcType)
+{
+    if (!cmd)
+        return -1;
     const size_t room = textRoom(cmd);
     char *block = out ? static_cast<char *>(hostAlloc(room)) : nullptr;
     TextOutput text(block, block ? room : 0);
@@ -380,9 +427,12 @@ int MediaCmdToXMLString(char **out, MEDIACMD *cmd, unsigned tcType) {
     return status;
 }
 
-int MediaCmdFreeXMLString(char **str) {
-    if (!str) return 0;
-    if (*str) hostFree(*str);
+int MediaCmdFreeXMLString(char **str)
+{
+    if (!str)
+        return 0;
+    if (*str)
+        hostFree(*str);
     *str = nullptr;
     return 0;
 }

@@ -15,19 +15,21 @@ namespace qrvtool {
 namespace {
 
 constexpr size_t kAdtsHeaderBytes = 7;
-constexpr size_t kMaxFrameBytes = 8191;  // aac_frame_length is 13 bits
+constexpr size_t kMaxFrameBytes = 8191; // aac_frame_length is 13 bits
 constexpr uint32_t kAdtsSyncword = 0xFFF;
 constexpr size_t kReaderPadding = 8;
 
 // Audio object type names by audioObjectType (1-4; ADTS carries these).
 constexpr const char *kObjectTypeNames[] = {"null", "Main", "LC", "SSR", "LTP"};
 
-const char *objectTypeName(uint32_t type) {
+const char *objectTypeName(uint32_t type)
+{
     return type < sizeof kObjectTypeNames / sizeof kObjectTypeNames[0] ? kObjectTypeNames[type]
                                                                        : "other";
 }
 
-kx_bitstream readerOver(const uint8_t *bytes, size_t size) {
+kx_bitstream readerOver(const uint8_t *bytes, size_t size)
+{
     kx_bitstream bs{};
     bs.buffer = reinterpret_cast<uintptr_t>(bytes);
     bs.byte_size = size;
@@ -35,7 +37,8 @@ kx_bitstream readerOver(const uint8_t *bytes, size_t size) {
     return bs;
 }
 
-std::string hexText(const uint8_t *bytes, size_t size) {
+std::string hexText(const uint8_t *bytes, size_t size)
+{
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
     for (size_t i = 0; i < size; ++i) {
@@ -45,7 +48,8 @@ std::string hexText(const uint8_t *bytes, size_t size) {
     return text;
 }
 
-Json configJson(const AAC_CONFIG &cfg) {
+Json configJson(const AAC_CONFIG &cfg)
+{
     return {{"audioObjectType", cfg.audioObjectType},
             {"object_type_name", objectTypeName(cfg.audioObjectType)},
             {"samplingFrequencyIndex", cfg.samplingFrequencyIndex},
@@ -58,7 +62,8 @@ Json configJson(const AAC_CONFIG &cfg) {
 
 // The AudioSpecificConfig that describes an ADTS stream, written and read
 // back by the library (the reading fills in the frequency of the index).
-Json configOfAdts(const ADTS_HEADER &h) {
+Json configOfAdts(const ADTS_HEADER &h)
+{
     AAC_CONFIG cfg{};
     cfg.audioObjectType = h.profile + 1;
     cfg.samplingFrequencyIndex = h.sampling_frequency_index;
@@ -75,7 +80,8 @@ Json configOfAdts(const ADTS_HEADER &h) {
     return j;
 }
 
-void runAacInfo(const std::string &path, const Output &output) {
+void runAacInfo(const std::string &path, const Output &output)
+{
     InputFile in(path);
     uint8_t frame[kMaxFrameBytes + kReaderPadding] = {};
     uint64_t offset = 0;
@@ -83,7 +89,8 @@ void runAacInfo(const std::string &path, const Output &output) {
     ADTS_HEADER first{};
     for (;;) {
         const size_t got = in.read(frame, kAdtsHeaderBytes);
-        if (got == 0) break;
+        if (got == 0)
+            break;
         if (got < kAdtsHeaderBytes)
             throw InputError(in.name(), atByte(offset), "the file ends inside an ADTS header");
         ADTS_HEADER header{};
@@ -100,11 +107,13 @@ void runAacInfo(const std::string &path, const Output &output) {
             throw InputError(in.name(), atByte(offset),
                              "frame of " + std::to_string(header.aac_frame_length) +
                                  " bytes runs past the end of the file (truncated)");
-        if (frames == 0) first = header;
+        if (frames == 0)
+            first = header;
         ++frames;
         offset += header.aac_frame_length;
     }
-    if (frames == 0) throw InputError(in.name(), atByte(0), "empty file");
+    if (frames == 0)
+        throw InputError(in.name(), atByte(0), "empty file");
     Json doc = {{"file", in.name()},
                 {"profile", first.profile},
                 {"profile_name", objectTypeName(first.profile + 1)},
@@ -118,20 +127,23 @@ void runAacInfo(const std::string &path, const Output &output) {
     output.document(doc);
 }
 
-std::vector<uint8_t> bytesOfHex(const std::string &hex) {
+std::vector<uint8_t> bytesOfHex(const std::string &hex)
+{
     if (hex.empty() || hex.size() % 2 != 0)
         throw InputError("HEX", "", "an even, non-zero number of hexadecimal digits is needed");
     std::vector<uint8_t> bytes;
     for (size_t i = 0; i < hex.size(); i += 2) {
         if (!std::isxdigit(static_cast<unsigned char>(hex[i])) ||
             !std::isxdigit(static_cast<unsigned char>(hex[i + 1])))
-            throw InputError("HEX", "character " + std::to_string(i + 1), "not a hexadecimal digit");
+            throw InputError("HEX", "character " + std::to_string(i + 1),
+                             "not a hexadecimal digit");
         bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
     }
     return bytes;
 }
 
-void runAacAsc(const std::string &hex, const Output &output) {
+void runAacAsc(const std::string &hex, const Output &output)
+{
     std::vector<uint8_t> bytes = bytesOfHex(hex);
     const size_t size = bytes.size();
     bytes.resize(size + kReaderPadding, 0);
@@ -139,15 +151,17 @@ void runAacAsc(const std::string &hex, const Output &output) {
     kx_bitstream bs = readerOver(bytes.data(), size);
     qrvutilReadAAC(&bs, &cfg);
     if (bs.bit_pos > bs.bit_end)
-        throw InputError("HEX", atByte(size), "the AudioSpecificConfig ends before its syntax does");
+        throw InputError("HEX", atByte(size),
+                         "the AudioSpecificConfig ends before its syntax does");
     Json doc = configJson(cfg);
     doc["bits"] = bs.bit_pos;
     output.document(doc);
 }
 
-}  // namespace
+} // namespace
 
-void addAacCommands(CLI::App &aac, Output &output) {
+void addAacCommands(CLI::App &aac, Output &output)
+{
     static std::string infoPath;
     CLI::App *info = aac.add_subcommand("info", "summarise an ADTS stream");
     info->add_option("FILE", infoPath, "ADTS stream, - for standard input")->required();
@@ -161,4 +175,4 @@ void addAacCommands(CLI::App &aac, Output &output) {
     asc->callback([&output] { runAacAsc(hex, output); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -4,7 +4,8 @@ namespace qrvtool {
 
 namespace {
 
-void appendUnit(AccessUnit &au, const NalUnit &unit) {
+void appendUnit(AccessUnit &au, const NalUnit &unit)
+{
     static constexpr uint8_t kStartCode[4] = {0, 0, 0, 1};
     if (unit.framing == 0) {
         uint8_t length[4];
@@ -16,30 +17,36 @@ void appendUnit(AccessUnit &au, const NalUnit &unit) {
         au.bytes.insert(au.bytes.end(), kStartCode, kStartCode + 4);
     }
     NalUnit kept = unit;
-    kept.data = nullptr;  // set once the buffer stops moving
+    kept.data = nullptr; // set once the buffer stops moving
     kept.offset = au.bytes.size();
     au.units.push_back(kept);
     au.bytes.insert(au.bytes.end(), unit.data, unit.data + unit.size);
-    if (unit.type() == 5) au.hasIdr = true;
+    if (unit.type() == 5)
+        au.hasIdr = true;
 }
 
-void pointUnitsIntoBuffer(AccessUnit &au) {
-    for (NalUnit &unit : au.units) unit.data = au.bytes.data() + unit.offset;
+void pointUnitsIntoBuffer(AccessUnit &au)
+{
+    for (NalUnit &unit : au.units)
+        unit.data = au.bytes.data() + unit.offset;
 }
 
-void checkLastSlices(AccessUnit &au, ParameterSets &sets, uint64_t fileOffset) {
+void checkLastSlices(AccessUnit &au, ParameterSets &sets, uint64_t fileOffset)
+{
     SLICE_HEADER header{};
     for (NalUnit unit : au.units) {
-        if (!unit.isSlice()) continue;
+        if (!unit.isSlice())
+            continue;
         unit.offset = fileOffset + unit.offset - 4;
         sets.readSlice(unit, header);
     }
 }
 
-}  // namespace
+} // namespace
 
 void forEachAccessUnit(UnitReader &reader, ParameterSets *sets,
-                       const std::function<void(AccessUnit &)> &handle) {
+                       const std::function<void(AccessUnit &)> &handle)
+{
     AccessUnitTracker tracker;
     AccessUnit au;
     NalUnit unit;
@@ -51,15 +58,20 @@ void forEachAccessUnit(UnitReader &reader, ParameterSets *sets,
             au.units.clear();
             au.hasIdr = false;
         }
-        if (au.bytes.empty()) au.offset = unit.offset;
-        if (sets && unit.type() == 7) sets->addSps(unit);
-        if (sets && unit.type() == 8) sets->addPps(unit);
+        if (au.bytes.empty())
+            au.offset = unit.offset;
+        if (sets && unit.type() == 7)
+            sets->addSps(unit);
+        if (sets && unit.type() == 8)
+            sets->addPps(unit);
         appendUnit(au, unit);
     }
-    if (au.bytes.empty()) return;
+    if (au.bytes.empty())
+        return;
     pointUnitsIntoBuffer(au);
-    if (sets) checkLastSlices(au, *sets, au.offset);
+    if (sets)
+        checkLastSlices(au, *sets, au.offset);
     handle(au);
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -14,10 +14,10 @@
 namespace qrvtool {
 
 struct AccessUnit {
-    std::vector<uint8_t> bytes;  // units with 4-byte start codes, or 4-byte lengths
-    uint64_t offset = 0;         // file offset of the first unit
+    std::vector<uint8_t> bytes; // units with 4-byte start codes, or 4-byte lengths
+    uint64_t offset = 0;        // file offset of the first unit
     bool hasIdr = false;
-    std::vector<NalUnit> units;  // each unit, its data pointing into `bytes`
+    std::vector<NalUnit> units; // each unit, its data pointing into `bytes`
 };
 
 // Calls `handle` with each access unit of `reader`, in order. The buffer
@@ -27,6 +27,6 @@ struct AccessUnit {
 void forEachAccessUnit(UnitReader &reader, ParameterSets *sets,
                        const std::function<void(AccessUnit &)> &handle);
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

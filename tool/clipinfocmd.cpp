@@ -31,24 +31,31 @@ struct Slot {
     unsigned index = 0;
 };
 
-std::string tagName(unsigned descriptionIndex) {
+std::string tagName(unsigned descriptionIndex)
+{
     char name[QRVINFO_DESCRIPTION_SIZE];
-    if (qrvInfoGetDescription(descriptionIndex, name) != 0) return "";
+    if (qrvInfoGetDescription(descriptionIndex, name) != 0)
+        return "";
     return name;
 }
 
-std::string slotName(const Slot &slot) {
+std::string slotName(const Slot &slot)
+{
     if (slot.numeric)
-        return slot.index < kDescribedNumericTags ? tagName(kNumericDescriptionBase + slot.index) : "";
-    if (slot.index == kUnusedTextSlot || slot.index > kDescribedTextTags) return "";
+        return slot.index < kDescribedNumericTags ? tagName(kNumericDescriptionBase + slot.index)
+                                                  : "";
+    if (slot.index == kUnusedTextSlot || slot.index > kDescribedTextTags)
+        return "";
     return tagName(slot.index < kUnusedTextSlot ? slot.index : slot.index - 1);
 }
 
 // A slot given by tag name ("Title"), "text:N" or "numeric:N".
-Slot parseSlot(const std::string &text) {
+Slot parseSlot(const std::string &text)
+{
     for (const char *prefix : {"text:", "numeric:"}) {
         const size_t length = std::strlen(prefix);
-        if (text.compare(0, length, prefix) != 0) continue;
+        if (text.compare(0, length, prefix) != 0)
+            continue;
         char *end = nullptr;
         const unsigned long index = std::strtoul(text.c_str() + length, &end, 10);
         const bool numeric = prefix[0] == 'n';
@@ -58,40 +65,49 @@ Slot parseSlot(const std::string &text) {
         throw UsageError("slot \"" + text + "\" is out of range");
     }
     for (unsigned i = 0; i < QRVINFO_TEXT_SLOTS; ++i)
-        if (strcasecmp(slotName({false, i}).c_str(), text.c_str()) == 0) return {false, i};
+        if (strcasecmp(slotName({false, i}).c_str(), text.c_str()) == 0)
+            return {false, i};
     for (unsigned i = 0; i < QRVINFO_NUMERIC_SLOTS; ++i)
-        if (strcasecmp(slotName({true, i}).c_str(), text.c_str()) == 0) return {true, i};
+        if (strcasecmp(slotName({true, i}).c_str(), text.c_str()) == 0)
+            return {true, i};
     throw UsageError("no clip information slot is named \"" + text + "\"");
 }
 
 // The store that the command works on; an XML file is written back only
 // when asked to.
 class Store {
-public:
-    explicit Store(const std::string &file) : file_(file) {
-        if (file.empty()) return;
+  public:
+    explicit Store(const std::string &file) : file_(file)
+    {
+        if (file.empty())
+            return;
         handle_ = cfgOpen(file.c_str(), 0);
         if (!handle_) {
             const std::string reason = takeLibraryError();
             throw InputError(file, "", reason.empty() ? "not a store file" : reason);
         }
     }
-    ~Store() {
-        if (handle_ != QRV_CFG_DEFAULT) cfgClose(handle_, 0);
+    ~Store()
+    {
+        if (handle_ != QRV_CFG_DEFAULT)
+            cfgClose(handle_, 0);
     }
     Store(const Store &) = delete;
     Store &operator=(const Store &) = delete;
 
     cfgHandle handle() const { return handle_; }
     std::string name() const { return file_.empty() ? "default store" : file_; }
-    void save() {
-        if (handle_ == QRV_CFG_DEFAULT) return;
+    void save()
+    {
+        if (handle_ == QRV_CFG_DEFAULT)
+            return;
         const cfgHandle handle = handle_;
         handle_ = QRV_CFG_DEFAULT;
-        if (cfgClose(handle, 1) != 0) throw InputError(file_, "", "cannot write: " + takeLibraryError());
+        if (cfgClose(handle, 1) != 0)
+            throw InputError(file_, "", "cannot write: " + takeLibraryError());
     }
 
-private:
+  private:
     std::string file_;
     cfgHandle handle_ = QRV_CFG_DEFAULT;
 };
@@ -105,7 +121,8 @@ struct Record {
     Record &operator=(const Record &) = delete;
 };
 
-Json slotJson(const QRVINFO &info, const Slot &slot) {
+Json slotJson(const QRVINFO &info, const Slot &slot)
+{
     Json j = {{"slot", (slot.numeric ? "numeric:" : "text:") + std::to_string(slot.index)},
               {"name", slotName(slot)}};
     if (slot.numeric) {
@@ -118,26 +135,30 @@ Json slotJson(const QRVINFO &info, const Slot &slot) {
     return j;
 }
 
-void runDump(const std::string &file, const Output &output) {
+void runDump(const std::string &file, const Output &output)
+{
     Store store(file);
     Record record(store);
     Json text = Json::array(), numeric = Json::array();
     for (unsigned i = 0; i < QRVINFO_TEXT_SLOTS; ++i)
-        if (record.info.text[i]) text.push_back(slotJson(record.info, {false, i}));
+        if (record.info.text[i])
+            text.push_back(slotJson(record.info, {false, i}));
     for (unsigned i = 0; i < QRVINFO_NUMERIC_SLOTS; ++i)
-        if (record.info.numeric[i] != QRVINFO_NOT_SET) numeric.push_back(slotJson(record.info, {true, i}));
-    output.document({{"store", store.name()}, {"text", text}, {"numeric", numeric}},
-                    [](const Json &doc) {
-                        for (const char *group : {"text", "numeric"})
-                            for (const Json &s : doc[group])
-                                std::printf("%-12s %-26s %s\n", s["slot"].get<std::string>().c_str(),
-                                            s["name"].get<std::string>().c_str(),
-                                            s["value"].is_string() ? s["value"].get<std::string>().c_str()
-                                                                   : s["value"].dump().c_str());
-                    });
+        if (record.info.numeric[i] != QRVINFO_NOT_SET)
+            numeric.push_back(slotJson(record.info, {true, i}));
+    output.document(
+        {{"store", store.name()}, {"text", text}, {"numeric", numeric}}, [](const Json &doc) {
+            for (const char *group : {"text", "numeric"})
+                for (const Json &s : doc[group])
+                    std::printf("%-12s %-26s %s\n", s["slot"].get<std::string>().c_str(),
+                                s["name"].get<std::string>().c_str(),
+                                s["value"].is_string() ? s["value"].get<std::string>().c_str()
+                                                       : s["value"].dump().c_str());
+        });
 }
 
-void runGet(const std::string &file, const std::string &slotText, const Output &output) {
+void runGet(const std::string &file, const std::string &slotText, const Output &output)
+{
     const Slot slot = parseSlot(slotText);
     Store store(file);
     Record record(store);
@@ -147,7 +168,8 @@ void runGet(const std::string &file, const std::string &slotText, const Output &
     });
 }
 
-void setSlot(QRVINFO &info, const Slot &slot, const std::string &value) {
+void setSlot(QRVINFO &info, const Slot &slot, const std::string &value)
+{
     if (slot.numeric) {
         char *end = nullptr;
         const unsigned long number = std::strtoul(value.c_str(), &end, 0);
@@ -157,26 +179,30 @@ void setSlot(QRVINFO &info, const Slot &slot, const std::string &value) {
         return;
     }
     char *text = static_cast<char *>(hostAlloc(value.size() + 1));
-    if (!text) throw InputError("value", "", "out of memory");
+    if (!text)
+        throw InputError("value", "", "out of memory");
     std::memcpy(text, value.c_str(), value.size() + 1);
     hostFree(info.text[slot.index]);
     info.text[slot.index] = text;
 }
 
-void runSet(const std::string &file, const std::string &slotText, const std::string &value) {
+void runSet(const std::string &file, const std::string &slotText, const std::string &value)
+{
     const Slot slot = parseSlot(slotText);
     Store store(file);
     Record record(store);
     setSlot(record.info, slot, value);
     qrvInfoWriteRegSet(store.handle(), &record.info);
     const std::string reason = takeLibraryError();
-    if (!reason.empty()) throw InputError(store.name(), "", reason);
+    if (!reason.empty())
+        throw InputError(store.name(), "", reason);
     store.save();
 }
 
-}  // namespace
+} // namespace
 
-void addClipInfoCommands(CLI::App &clipinfo, Output &output) {
+void addClipInfoCommands(CLI::App &clipinfo, Output &output)
+{
     static std::string file, getSlot, setSlotName, setValue;
     const auto addFile = [](CLI::App *command) {
         command->add_option("--file", file, "an XML store file instead of the default store");
@@ -199,4 +225,4 @@ void addClipInfoCommands(CLI::App &clipinfo, Output &output) {
     set->callback([] { runSet(file, setSlotName, setValue); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

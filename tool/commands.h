@@ -23,6 +23,6 @@ void addFormatCommand(CLI::App &app, Output &output);
 void addClipInfoCommands(CLI::App &clipinfo, Output &output);
 void addProjectCommands(CLI::App &project, Output &output);
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

@@ -13,7 +13,7 @@ namespace qrvtool {
 
 // A byte source read front to back.
 class InputFile {
-public:
+  public:
     explicit InputFile(const std::string &path);
     ~InputFile();
     InputFile(const InputFile &) = delete;
@@ -25,7 +25,7 @@ public:
     // Reads up to `room` bytes; returns the count, 0 at the end.
     size_t read(uint8_t *buffer, size_t room);
 
-private:
+  private:
     std::string name_;
     int fd_ = -1;
     uint64_t size_ = 0;
@@ -36,7 +36,7 @@ std::vector<uint8_t> readWholeFile(const std::string &path);
 std::string readWholeText(const std::string &path);
 
 class OutputFile {
-public:
+  public:
     explicit OutputFile(const std::string &path);
     // Removes the temporary file unless commit() was reached.
     ~OutputFile();
@@ -44,13 +44,14 @@ public:
     OutputFile &operator=(const OutputFile &) = delete;
 
     void write(const uint8_t *data, size_t size);
-    void write(const std::string &text) {
+    void write(const std::string &text)
+    {
         write(reinterpret_cast<const uint8_t *>(text.data()), text.size());
     }
     // Flushes and renames the temporary file to the final name.
     void commit();
 
-private:
+  private:
     std::string path_;
     std::string temp_;
     int fd_ = -1;
@@ -61,18 +62,18 @@ private:
 
 // Progress on standard error for large files, only when it is a terminal.
 class Progress {
-public:
+  public:
     Progress(const std::string &name, uint64_t total);
     ~Progress();
     void update(uint64_t done);
 
-private:
+  private:
     std::string name_;
     uint64_t total_;
     bool shown_ = false;
     int lastPercent_ = -1;
 };
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

@@ -37,26 +37,33 @@ struct SpsChanges {
     std::optional<unsigned> level;
 };
 
-std::pair<unsigned, unsigned> parsePair(const std::string &text, char separator, const char *option) {
+std::pair<unsigned, unsigned> parsePair(const std::string &text, char separator, const char *option)
+{
     unsigned a = 0, b = 0;
     char sep = 0, extra = 0;
-    if (std::sscanf(text.c_str(), "%u%c%u%c", &a, &sep, &b, &extra) != 3 || sep != separator || b == 0)
-        throw UsageError(std::string(option) + ": \"" + text + "\" is not of the form N" + separator + "M");
+    if (std::sscanf(text.c_str(), "%u%c%u%c", &a, &sep, &b, &extra) != 3 || sep != separator ||
+        b == 0)
+        throw UsageError(std::string(option) + ": \"" + text + "\" is not of the form N" +
+                         separator + "M");
     return {a, b};
 }
 
-SpsChanges parseEdits(const Edits &e) {
+SpsChanges parseEdits(const Edits &e)
+{
     SpsChanges c;
-    if (!e.sar.empty()) c.sar = parsePair(e.sar, ':', "--sar");
+    if (!e.sar.empty())
+        c.sar = parsePair(e.sar, ':', "--sar");
     if (!e.colour.empty()) {
         std::array<unsigned, 3> v{};
         char extra = 0;
         if (std::sscanf(e.colour.c_str(), "%u,%u,%u%c", &v[0], &v[1], &v[2], &extra) != 3 ||
             v[0] > 255 || v[1] > 255 || v[2] > 255)
-            throw UsageError("--colour: \"" + e.colour + "\" is not PRIMARIES,TRANSFER,MATRIX (0-255)");
+            throw UsageError("--colour: \"" + e.colour +
+                             "\" is not PRIMARIES,TRANSFER,MATRIX (0-255)");
         c.colour = v;
     }
-    if (!e.range.empty()) c.fullRange = e.range == "full";
+    if (!e.range.empty())
+        c.fullRange = e.range == "full";
     if (!e.fps.empty()) {
         c.fps = parsePair(e.fps, '/', "--fps");
         if (c.fps->first == 0 || c.fps->first > 0x7FFFFFFFu / 2)
@@ -66,20 +73,22 @@ SpsChanges parseEdits(const Edits &e) {
         // "4.1" or "41": level_idc is ten times the level number.
         double number = 0;
         char extra = 0;
-        if (std::sscanf(e.level.c_str(), "%lf%c", &number, &extra) != 1 || number <= 0 || number > 25.5)
+        if (std::sscanf(e.level.c_str(), "%lf%c", &number, &extra) != 1 || number <= 0 ||
+            number > 25.5)
             throw UsageError("--level: \"" + e.level + "\" is not a level");
-        c.level = static_cast<unsigned>(e.level.find('.') != std::string::npos || number < 10
-                                            ? number * 10 + 0.5
-                                            : number);
+        c.level = static_cast<unsigned>(
+            e.level.find('.') != std::string::npos || number < 10 ? number * 10 + 0.5 : number);
     }
     return c;
 }
 
-void applyChanges(SPS_DECODED &sps, const SpsChanges &c) {
+void applyChanges(SPS_DECODED &sps, const SpsChanges &c)
+{
     const auto needVui = [&sps] { sps.vui_parameters_present_flag = 1; };
     const auto needSignalType = [&] {
         needVui();
-        if (!sps.video_signal_type_present_flag) sps.video_format = kUnspecifiedVideoFormat;
+        if (!sps.video_signal_type_present_flag)
+            sps.video_format = kUnspecifiedVideoFormat;
         sps.video_signal_type_present_flag = 1;
     };
     if (c.sar) {
@@ -108,25 +117,29 @@ void applyChanges(SPS_DECODED &sps, const SpsChanges &c) {
         sps.num_units_in_tick = static_cast<int32_t>(c.fps->second);
         sps.fixed_frame_rate_flag = 1;
     }
-    if (c.level) sps.level_idc = static_cast<int32_t>(*c.level);
+    if (c.level)
+        sps.level_idc = static_cast<int32_t>(*c.level);
 }
 
 template <typename Record>
 std::vector<uint8_t> writeUnit(const Record &record, int (*writer)(kx_bitstream *, const Record *),
-                               const std::string &file, uint64_t offset, const char *what) {
+                               const std::string &file, uint64_t offset, const char *what)
+{
     kx_bitstream sizing{};
     const int size = writer(&sizing, &record);
     std::vector<uint8_t> unit(size > 0 ? static_cast<size_t>(size) : 0);
     kx_bitstream bs = unitReader(unit.data(), static_cast<uint32_t>(unit.size()));
     const int written = size > 0 ? writer(&bs, &record) : size;
     if (written < 0)
-        throw InputError(file, atByte(offset), std::string("cannot write the edited ") + what + ": " +
-                                                   qrvStatusText(written));
+        throw InputError(file, atByte(offset),
+                         std::string("cannot write the edited ") + what + ": " +
+                             qrvStatusText(written));
     unit.resize(static_cast<size_t>(written));
     return unit;
 }
 
-void appendFramed(std::vector<uint8_t> &out, const uint8_t *unit, size_t size, bool lengthFramed) {
+void appendFramed(std::vector<uint8_t> &out, const uint8_t *unit, size_t size, bool lengthFramed)
+{
     if (lengthFramed) {
         out.insert(out.end(), {static_cast<uint8_t>(size >> 24), static_cast<uint8_t>(size >> 16),
                                static_cast<uint8_t>(size >> 8), static_cast<uint8_t>(size)});
@@ -137,13 +150,16 @@ void appendFramed(std::vector<uint8_t> &out, const uint8_t *unit, size_t size, b
 }
 
 class Editor {
-public:
+  public:
     Editor(const Edits &edits, const std::string &file, bool lengthFramed)
-        : changes_(parseEdits(edits)), edits_(edits), file_(file), lengthFramed_(lengthFramed) {}
+        : changes_(parseEdits(edits)), edits_(edits), file_(file), lengthFramed_(lengthFramed)
+    {
+    }
 
     // Rewrites the parameter sets of one access unit, then lets the library
     // repeat them before an IDR picture and close its SEI messages.
-    void edit(AccessUnit &au) {
+    void edit(AccessUnit &au)
+    {
         std::vector<uint8_t> out;
         out.reserve(au.bytes.size() + 1024);
         for (const NalUnit &unit : au.units) {
@@ -154,25 +170,29 @@ public:
                 qrvutilRead_SPS(&bs, &sps);
                 applyChanges(sps, changes_);
                 lastSps_ = sps;
-                const std::vector<uint8_t> bytes = writeUnit(sps, qrvutilWrite_SPS, file_, offset, "SPS");
+                const std::vector<uint8_t> bytes = writeUnit(sps, qrvutilWrite_SPS, file_, offset,
+                                                             "SPS");
                 appendFramed(out, bytes.data(), bytes.size(), lengthFramed_);
             } else if (unit.type() == 8) {
                 PPS_DECODED pps{};
                 kx_bitstream bs = unitReader(unit.data, unit.size);
                 qrvutilRead_PPS(&bs, &pps);
                 lastPps_ = pps;
-                const std::vector<uint8_t> bytes = writeUnit(pps, qrvutilWrite_PPS, file_, offset, "PPS");
+                const std::vector<uint8_t> bytes = writeUnit(pps, qrvutilWrite_PPS, file_, offset,
+                                                             "PPS");
                 appendFramed(out, bytes.data(), bytes.size(), lengthFramed_);
             } else {
                 appendFramed(out, unit.data, unit.size, lengthFramed_);
             }
         }
-        if (edits_.repeatParameterSets || edits_.closeSei) insertAndClose(out, au.offset);
+        if (edits_.repeatParameterSets || edits_.closeSei)
+            insertAndClose(out, au.offset);
         au.bytes.swap(out);
     }
 
-private:
-    void insertAndClose(std::vector<uint8_t> &frameBytes, uint64_t offset) {
+  private:
+    void insertAndClose(std::vector<uint8_t> &frameBytes, uint64_t offset)
+    {
         const bool repeat = edits_.repeatParameterSets;
         // Room for both parameter sets with their framing and a stop byte per unit.
         const size_t room = frameBytes.size() + 2 * 4 + 2 * 1024 + frameBytes.size() / 4 + 64;
@@ -185,8 +205,9 @@ private:
                                               repeat && lastSps_ ? &*lastSps_ : nullptr,
                                               repeat && lastPps_ ? &*lastPps_ : nullptr);
         if (length < 0)
-            throw InputError(file_, atByte(offset), std::string("cannot complete the access unit: ") +
-                                                        qrvStatusText(length));
+            throw InputError(file_, atByte(offset),
+                             std::string("cannot complete the access unit: ") +
+                                 qrvStatusText(length));
         frameBytes.resize(static_cast<size_t>(length));
     }
 
@@ -198,7 +219,8 @@ private:
     std::optional<PPS_DECODED> lastPps_;
 };
 
-void runEdit(const std::string &inPath, const std::string &outPath, const Edits &edits) {
+void runEdit(const std::string &inPath, const std::string &outPath, const Edits &edits)
+{
     InputFile in(inPath);
     UnitReader reader(in);
     Editor editor(edits, in.name(), reader.lengthFramed());
@@ -211,9 +233,10 @@ void runEdit(const std::string &inPath, const std::string &outPath, const Edits 
     out.commit();
 }
 
-}  // namespace
+} // namespace
 
-void addH264EditCommand(CLI::App &h264, Output &) {
+void addH264EditCommand(CLI::App &h264, Output &)
+{
     static std::string in, out;
     static Edits edits;
     CLI::App *edit = h264.add_subcommand(
@@ -229,8 +252,9 @@ void addH264EditCommand(CLI::App &h264, Output &) {
     edit->add_option("--level", edits.level, "level, for example 4.1");
     edit->add_flag("--repeat-ps", edits.repeatParameterSets,
                    "SPS and PPS before every IDR picture that lacks them (also closes SEI)");
-    edit->add_flag("--close-sei", edits.closeSei, "give every SEI without a stop bit its stop byte");
+    edit->add_flag("--close-sei", edits.closeSei,
+                   "give every SEI without a stop bit its stop byte");
     edit->callback([] { runEdit(in, out, edits); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -7,20 +7,25 @@ namespace qrvtool {
 namespace {
 
 template <typename T, size_t N>
-Json list(const T (&values)[N]) {
+Json list(const T (&values)[N])
+{
     Json out = Json::array();
-    for (const T &value : values) out.push_back(value);
+    for (const T &value : values)
+        out.push_back(value);
     return out;
 }
 
 template <typename T, size_t N, size_t M>
-Json list(const T (&values)[N][M]) {
+Json list(const T (&values)[N][M])
+{
     Json out = Json::array();
-    for (const auto &row : values) out.push_back(list(row));
+    for (const auto &row : values)
+        out.push_back(list(row));
     return out;
 }
 
-Json hrdJson(const hdr_parameters &h) {
+Json hrdJson(const hdr_parameters &h)
+{
     Json j;
 #define FIELD(name) j[#name] = h.name
     FIELD(cpb_cnt_minus1);
@@ -37,9 +42,10 @@ Json hrdJson(const hdr_parameters &h) {
     return j;
 }
 
-}  // namespace
+} // namespace
 
-Json spsJson(const SPS_DECODED &s) {
+Json spsJson(const SPS_DECODED &s)
+{
     Json j;
 #define FIELD(name) j[#name] = s.name
 #define LIST(name) j[#name] = list(s.name)
@@ -128,7 +134,8 @@ Json spsJson(const SPS_DECODED &s) {
     return j;
 }
 
-Json ppsJson(const PPS_DECODED &p) {
+Json ppsJson(const PPS_DECODED &p)
+{
     Json j;
 #define FIELD(name) j[#name] = p.name
 #define LIST(name) j[#name] = list(p.name)
@@ -173,4 +180,4 @@ Json ppsJson(const PPS_DECODED &p) {
     return j;
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

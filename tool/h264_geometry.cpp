@@ -4,7 +4,8 @@
 
 namespace qrvtool {
 
-void addGeometry(Json &doc, const SPS_DECODED &sps) {
+void addGeometry(Json &doc, const SPS_DECODED &sps)
+{
     QRV_H264_GEOMETRY g{};
     const int status = qrvutilGetGeometry(&sps, &g);
     if (status != QRV_OK) {
@@ -27,5 +28,4 @@ void addGeometry(Json &doc, const SPS_DECODED &sps) {
     doc["frame_rate"] = {{"num", g.fps_num}, {"den", g.fps_den}};
 }
 
-
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -13,6 +13,6 @@ namespace qrvtool {
 // cannot describe, "geometry_unavailable" with the library's status text.
 void addGeometry(Json &doc, const SPS_DECODED &sps);
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

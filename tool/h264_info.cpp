@@ -19,26 +19,33 @@ struct StreamCounts {
     uint64_t idrPictures = 0;
 };
 
-const char *framingName(const UnitReader &reader) {
+const char *framingName(const UnitReader &reader)
+{
     return reader.lengthFramed() ? "length" : "annexb";
 }
 
 // Field order of the first picture: its field or, for a frame, which of its
 // fields comes first in output order.
-const char *fieldOrder(const SPS_DECODED &sps, const SLICE_HEADER *first) {
-    if (sps.frame_mbs_only_flag || !first) return "progressive";
-    if (first->field_pic_flag) return first->bottom_field_flag ? "bb" : "tt";
-    const int bottomMinusTop = sps.pic_order_cnt_type == 0
-                                   ? first->delta_pic_order_cnt_bottom
-                                   : sps.offset_for_top_to_bottom_field + first->delta_pic_order_cnt[1];
-    if (sps.pic_order_cnt_type == 2 || bottomMinusTop == 0) return "progressive";
+const char *fieldOrder(const SPS_DECODED &sps, const SLICE_HEADER *first)
+{
+    if (sps.frame_mbs_only_flag || !first)
+        return "progressive";
+    if (first->field_pic_flag)
+        return first->bottom_field_flag ? "bb" : "tt";
+    const int bottomMinusTop = sps.pic_order_cnt_type == 0 ? first->delta_pic_order_cnt_bottom
+                                                           : sps.offset_for_top_to_bottom_field +
+                                                                 first->delta_pic_order_cnt[1];
+    if (sps.pic_order_cnt_type == 2 || bottomMinusTop == 0)
+        return "progressive";
     return bottomMinusTop > 0 ? "tt" : "bb";
 }
 
-Json unitCountsJson(const StreamCounts &counts) {
+Json unitCountsJson(const StreamCounts &counts)
+{
     Json out = Json::array();
     for (int type = 0; type < 32; ++type) {
-        if (counts.byType[type] == 0) continue;
+        if (counts.byType[type] == 0)
+            continue;
         out.push_back({{"nal_unit_type", type},
                        {"name", nalUnitTypeName(type)},
                        {"count", counts.byType[type]}});
@@ -46,7 +53,8 @@ Json unitCountsJson(const StreamCounts &counts) {
     return out;
 }
 
-Json colourJson(const SPS_DECODED &sps) {
+Json colourJson(const SPS_DECODED &sps)
+{
     return {{"video_signal_type_present_flag", sps.video_signal_type_present_flag},
             {"video_format", sps.video_format},
             {"video_full_range_flag", sps.video_full_range_flag},
@@ -57,7 +65,8 @@ Json colourJson(const SPS_DECODED &sps) {
 }
 
 Json summaryJson(const std::string &file, const UnitReader &reader, const ParameterSets &sets,
-                 const SLICE_HEADER *firstSlice, const StreamCounts &counts) {
+                 const SLICE_HEADER *firstSlice, const StreamCounts &counts)
+{
     const SPS_DECODED &sps = *sets.firstSps();
     Json doc;
     doc["file"] = file;
@@ -87,7 +96,8 @@ Json summaryJson(const std::string &file, const UnitReader &reader, const Parame
 }
 
 // The text form: the unit counts on one line.
-void printSummary(const Json &doc) {
+void printSummary(const Json &doc)
+{
     Json shown = doc;
     std::string counts;
     for (const Json &row : doc["units"])
@@ -97,7 +107,8 @@ void printSummary(const Json &doc) {
     printText(shown);
 }
 
-void runInfo(const std::string &path, const Output &output) {
+void runInfo(const std::string &path, const Output &output)
+{
     InputFile in(path);
     UnitReader reader(in);
     ParameterSets sets(in.name());
@@ -114,25 +125,33 @@ void runInfo(const std::string &path, const Output &output) {
             ++counts.accessUnits;
             accessUnitHasSlice = false;
         }
-        if (unit.type() == 7) sets.addSps(unit);
-        if (unit.type() == 8) sets.addPps(unit);
-        if (!unit.isSlice()) continue;
-        if (!accessUnitHasSlice && unit.type() == 5) ++counts.idrPictures;
+        if (unit.type() == 7)
+            sets.addSps(unit);
+        if (unit.type() == 8)
+            sets.addPps(unit);
+        if (!unit.isSlice())
+            continue;
+        if (!accessUnitHasSlice && unit.type() == 5)
+            ++counts.idrPictures;
         accessUnitHasSlice = true;
-        if (sets.readSlice(unit, haveFirst ? scratch : first)) haveFirst = true;
+        if (sets.readSlice(unit, haveFirst ? scratch : first))
+            haveFirst = true;
     }
-    if (!sets.firstSps()) throw InputError(in.name(), atByte(0), "no SPS in the stream");
+    if (!sets.firstSps())
+        throw InputError(in.name(), atByte(0), "no SPS in the stream");
     output.document(summaryJson(in.name(), reader, sets, haveFirst ? &first : nullptr, counts),
                     printSummary);
 }
 
-const char *framingOf(const NalUnit &unit) {
+const char *framingOf(const NalUnit &unit)
+{
     return unit.framing == 0 ? "length" : unit.framing == 3 ? "start3" : "start4";
 }
 
 // One unit's record: framing and header, and the slice header fields when
 // the unit is a slice whose parameter sets have been seen.
-std::string_view unitJson(FlatRecord &record, const NalUnit &unit, const SLICE_HEADER *slice) {
+std::string_view unitJson(FlatRecord &record, const NalUnit &unit, const SLICE_HEADER *slice)
+{
     record.number("offset", static_cast<long long>(unit.offset))
         .number("size", unit.size)
         .name("framing", framingOf(unit))
@@ -146,12 +165,14 @@ std::string_view unitJson(FlatRecord &record, const NalUnit &unit, const SLICE_H
             .number("pic_parameter_set_id", slice->pic_parameter_set_id)
             .number("frame_num", slice->frame_num)
             .number("pic_order_cnt_lsb", slice->pic_order_cnt_lsb);
-        if (unit.type() == 5) record.number("idr_pic_id", slice->idr_pic_id);
+        if (unit.type() == 5)
+            record.number("idr_pic_id", slice->idr_pic_id);
     }
     return record.json();
 }
 
-std::string unitLine(const NalUnit &unit, const SLICE_HEADER *slice) {
+std::string unitLine(const NalUnit &unit, const SLICE_HEADER *slice)
+{
     char line[256];
     int n = std::snprintf(line, sizeof line, "%10llu %8u %-6s %2d %-22s ref=%d",
                           static_cast<unsigned long long>(unit.offset), unit.size, framingOf(unit),
@@ -167,7 +188,8 @@ std::string unitLine(const NalUnit &unit, const SLICE_HEADER *slice) {
     return line;
 }
 
-void runUnits(const std::string &path, const Output &output) {
+void runUnits(const std::string &path, const Output &output)
+{
     InputFile in(path);
     UnitReader reader(in);
     ParameterSets sets(in.name());
@@ -179,8 +201,10 @@ void runUnits(const std::string &path, const Output &output) {
     NalUnit unit;
     uint64_t count = 0;
     while (reader.next(unit)) {
-        if (unit.type() == 7) sets.addSps(unit);
-        if (unit.type() == 8) sets.addPps(unit);
+        if (unit.type() == 7)
+            sets.addSps(unit);
+        if (unit.type() == 8)
+            sets.addPps(unit);
         const bool decoded = unit.isSlice() && sets.readSlice(unit, slice);
         const SLICE_HEADER *header = decoded ? &slice : nullptr;
         if (output.json())
@@ -192,9 +216,10 @@ void runUnits(const std::string &path, const Output &output) {
     stream.finish({{"count", count}});
 }
 
-}  // namespace
+} // namespace
 
-void addH264InfoCommands(CLI::App &h264, Output &output) {
+void addH264InfoCommands(CLI::App &h264, Output &output)
+{
     static std::string infoPath;
     CLI::App *info = h264.add_subcommand("info", "summarise an H.264 elementary stream");
     info->add_option("FILE", infoPath, "Annex B or length-prefixed stream, - for standard input")
@@ -210,4 +235,4 @@ void addH264InfoCommands(CLI::App &h264, Output &output) {
     units->callback([&output] { runUnits(unitsPath, output); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -10,7 +10,8 @@ namespace qrvtool {
 namespace {
 
 // Lists every unit of `type` (7 or 8) decoded by the library's reader.
-void runParameterSets(const std::string &path, int type, const Output &output) {
+void runParameterSets(const std::string &path, int type, const Output &output)
+{
     InputFile in(path);
     UnitReader reader(in);
     ParameterSets sets(in.name());
@@ -19,7 +20,8 @@ void runParameterSets(const std::string &path, int type, const Output &output) {
     uint64_t count = 0;
     NalUnit unit;
     while (reader.next(unit)) {
-        if (unit.type() != type) continue;
+        if (unit.type() != type)
+            continue;
         Json record = {{"offset", unit.offset}, {"size", unit.size}};
         record.update(type == 7 ? spsJson(sets.addSps(unit)) : ppsJson(sets.addPps(unit)));
         std::string text;
@@ -28,7 +30,8 @@ void runParameterSets(const std::string &path, int type, const Output &output) {
                         static_cast<unsigned long long>(unit.offset), unit.size);
             printText(record, stdout, 2);
         }
-        if (output.json()) stream.add(record, text);
+        if (output.json())
+            stream.add(record, text);
         ++count;
     }
     if (count == 0)
@@ -37,9 +40,10 @@ void runParameterSets(const std::string &path, int type, const Output &output) {
     stream.finish({{"count", count}});
 }
 
-}  // namespace
+} // namespace
 
-void addH264ParameterSetCommands(CLI::App &h264, Output &output) {
+void addH264ParameterSetCommands(CLI::App &h264, Output &output)
+{
     static std::string spsPath;
     CLI::App *sps = h264.add_subcommand("sps", "print every field of every SPS in a stream");
     sps->add_option("FILE", spsPath, "H.264 stream, - for standard input")->required();
@@ -53,4 +57,4 @@ void addH264ParameterSetCommands(CLI::App &h264, Output &output) {
     pps->callback([&output] { runParameterSets(ppsPath, 8, output); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -21,7 +21,7 @@ const char *nalUnitTypeName(int type);
 const char *sliceTypeName(int type);
 
 class ParameterSets {
-public:
+  public:
     explicit ParameterSets(std::string file) : file_(std::move(file)) {}
 
     // Decodes an SPS or PPS unit and keeps it under its id. Throws InputError
@@ -41,7 +41,7 @@ public:
     // pic_parameter_set_id of a slice, read ahead of the header.
     int slicePpsId(const NalUnit &unit) const;
 
-private:
+  private:
     // The slice reader may store one bit into the PPS it is given (see the
     // header); records are therefore kept writable.
     std::string file_;
@@ -63,6 +63,6 @@ kx_bitstream unitReader(const uint8_t *data, uint32_t size);
 Json spsJson(const SPS_DECODED &sps);
 Json ppsJson(const PPS_DECODED &pps);
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

@@ -9,14 +9,16 @@ namespace {
 std::string lastError;
 std::string debugLines;
 
-std::string trimmed(const char *line) {
+std::string trimmed(const char *line)
+{
     std::string text = line ? line : "";
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
         text.pop_back();
     return text;
 }
 
-void keepLine(int level, const char *line) {
+void keepLine(int level, const char *line)
+{
     if (level == QRV_LOG_ERROR) {
         lastError = trimmed(line);
     } else {
@@ -25,25 +27,28 @@ void keepLine(int level, const char *line) {
     }
 }
 
-}  // namespace
+} // namespace
 
-void catchLibraryLog() {
+void catchLibraryLog()
+{
     qrvHostServices services{};
     services.size = sizeof services;
     services.logLine = keepLine;
     qrvSetHostServices(&services);
 }
 
-std::string takeLibraryError() {
+std::string takeLibraryError()
+{
     std::string text;
     text.swap(lastError);
     return text;
 }
 
-std::string takeLibraryDebug() {
+std::string takeLibraryDebug()
+{
     std::string text;
     text.swap(debugLines);
     return text;
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -15,6 +15,6 @@ std::string takeLibraryError();
 // The debug lines logged since the previous call, trimmed, one per line.
 std::string takeLibraryDebug();
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

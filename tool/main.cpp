@@ -12,7 +12,8 @@
 #include <cstdio>
 #include <exception>
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv)
+{
     using namespace qrvtool;
     catchLibraryLog();
     // Unit listings run to millions of lines: write them in large blocks.
@@ -26,8 +27,8 @@ int main(int argc, char **argv) {
     Output output;
 
     CLI::App *h264 = app.add_subcommand("h264", "H.264 elementary streams")->require_subcommand(1);
-    CLI::App *avcc = app.add_subcommand("avcc", "avcC decoder configuration boxes")
-                         ->require_subcommand(1);
+    CLI::App *avcc =
+        app.add_subcommand("avcc", "avcC decoder configuration boxes")->require_subcommand(1);
     addH264InfoCommands(*h264, output);
     addH264ParameterSetCommands(*h264, output);
     addH264FramingCommands(*h264, output);
@@ -43,8 +44,8 @@ int main(int argc, char **argv) {
     addClipInfoCommands(
         *app.add_subcommand("clipinfo", "clip information defaults")->require_subcommand(1),
         output);
-    addProjectCommands(
-        *app.add_subcommand("project", "project documents")->require_subcommand(1), output);
+    addProjectCommands(*app.add_subcommand("project", "project documents")->require_subcommand(1),
+                       output);
 
     try {
         app.parse(argc, argv);

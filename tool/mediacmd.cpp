@@ -24,15 +24,18 @@ constexpr unsigned kDefaultTcType = 4;
 std::string inputName(const std::string &path) { return path == "-" ? "<stdin>" : path; }
 
 // Where a document stops being XML, as the XML library the reader uses sees it.
-void requireWellFormed(const std::string &name, const std::string &xml) {
+void requireWellFormed(const std::string &name, const std::string &xml)
+{
     TiXmlDocument doc;
     doc.Parse(xml.c_str());
-    if (!doc.Error()) return;
+    if (!doc.Error())
+        return;
     throw InputError(name, atLine(static_cast<unsigned>(doc.ErrorRow())),
                      std::string("not well-formed XML: ") + doc.ErrorDesc());
 }
 
-const char *readerFailure(int status) {
+const char *readerFailure(int status)
+{
     switch (status) {
     case -2: return "no MediaCmd element";
     case -3: return "MediaCmd is not an element";
@@ -40,30 +43,39 @@ const char *readerFailure(int status) {
     }
 }
 
-MEDIACMD readCommand(const std::string &name, const std::string &xml, unsigned &tcType) {
-    if (xml.empty()) throw InputError(name, atLine(1), "empty document");
+MEDIACMD readCommand(const std::string &name, const std::string &xml, unsigned &tcType)
+{
+    if (xml.empty())
+        throw InputError(name, atLine(1), "empty document");
     requireWellFormed(name, xml);
     MEDIACMD cmd{};
     tcType = kDefaultTcType;
     const int status = MediaCmdFromXMLString(&cmd, &tcType, xml.c_str());
-    if (status != 0) throw InputError(name, atLine(1), readerFailure(status));
+    if (status != 0)
+        throw InputError(name, atLine(1), readerFailure(status));
     return cmd;
 }
 
-std::string areaText(const char *area, size_t room) { return std::string(area, strnlen(area, room)); }
+std::string areaText(const char *area, size_t room)
+{
+    return std::string(area, strnlen(area, room));
+}
 
-Json flagNames(uint32_t flags) {
+Json flagNames(uint32_t flags)
+{
     Json names = Json::array();
     char name[MCMD_NAME_MAX];
     for (int bit = 0; bit < 32; ++bit) {
         const uint32_t flag = 1u << bit;
-        if ((flags & flag) && cfToString(flag, name) == 0) names.push_back(name);
+        if ((flags & flag) && cfToString(flag, name) == 0)
+            names.push_back(name);
     }
     return names;
 }
 
 // Every field of the record; encode reads the same keys back.
-Json commandJson(const MEDIACMD &cmd, unsigned tcType) {
+Json commandJson(const MEDIACMD &cmd, unsigned tcType)
+{
     return {{"tc_type", tcType},
             {"prev", cmd.prev},
             {"next", cmd.next},
@@ -86,12 +98,16 @@ Json commandJson(const MEDIACMD &cmd, unsigned tcType) {
 }
 
 template <typename T>
-void take(const Json &doc, const char *key, T &field) {
-    if (doc.contains(key)) field = doc.at(key).get<T>();
+void take(const Json &doc, const char *key, T &field)
+{
+    if (doc.contains(key))
+        field = doc.at(key).get<T>();
 }
 
-void takeText(const Json &doc, const char *key, char *area, size_t room, const std::string &name) {
-    if (!doc.contains(key)) return;
+void takeText(const Json &doc, const char *key, char *area, size_t room, const std::string &name)
+{
+    if (!doc.contains(key))
+        return;
     const std::string text = doc.at(key).get<std::string>();
     if (text.size() >= room)
         throw InputError(name, std::string("key ") + key,
@@ -99,7 +115,8 @@ void takeText(const Json &doc, const char *key, char *area, size_t room, const s
     std::memcpy(area, text.c_str(), text.size() + 1);
 }
 
-MEDIACMD commandFromJson(const Json &doc, const std::string &name, unsigned &tcType) {
+MEDIACMD commandFromJson(const Json &doc, const std::string &name, unsigned &tcType)
+{
     if (!doc.is_object() || !doc.contains("cmd"))
         throw InputError(name, atLine(1), "not a media command document (no \"cmd\" key)");
     MEDIACMD cmd;
@@ -127,7 +144,8 @@ MEDIACMD commandFromJson(const Json &doc, const std::string &name, unsigned &tcT
     return cmd;
 }
 
-void runDecode(const std::string &path, const Output &output) {
+void runDecode(const std::string &path, const Output &output)
+{
     const std::string name = inputName(path);
     unsigned tcType = 0;
     MEDIACMD cmd = readCommand(name, readWholeText(path), tcType);
@@ -140,7 +158,8 @@ void runDecode(const std::string &path, const Output &output) {
     std::fputs(takeLibraryDebug().c_str(), stdout);
 }
 
-void runEncode(const std::string &path) {
+void runEncode(const std::string &path)
+{
     const std::string name = inputName(path);
     Json doc;
     try {
@@ -157,13 +176,15 @@ void runEncode(const std::string &path) {
     }
     char *xml = nullptr;
     if (MediaCmdToXMLString(&xml, &cmd, tcType) != 0 || !xml)
-        throw InputError(name, "key cmd", "no XML form for command code " + std::to_string(cmd.Cmd));
+        throw InputError(name, "key cmd",
+                         "no XML form for command code " + std::to_string(cmd.Cmd));
     std::fputs(xml, stdout);
     std::fputc('\n', stdout);
     MediaCmdFreeXMLString(&xml);
 }
 
-void runValidate(const std::string &path, const Output &output) {
+void runValidate(const std::string &path, const Output &output)
+{
     const std::string name = inputName(path);
     unsigned tcType = 0;
     readCommand(name, readWholeText(path), tcType);
@@ -171,9 +192,10 @@ void runValidate(const std::string &path, const Output &output) {
                     [&](const Json &) { std::printf("%s: valid media command\n", name.c_str()); });
 }
 
-}  // namespace
+} // namespace
 
-void addMediaCmdCommands(CLI::App &mediacmd, Output &output) {
+void addMediaCmdCommands(CLI::App &mediacmd, Output &output)
+{
     static std::string decodePath, encodePath, validatePath;
     CLI::App *decode = mediacmd.add_subcommand(
         "decode", "read a media command document: its debug line, or JSON with --json");
@@ -181,8 +203,8 @@ void addMediaCmdCommands(CLI::App &mediacmd, Output &output) {
     output.addJsonFlag(decode);
     decode->callback([&output] { runDecode(decodePath, output); });
 
-    CLI::App *encode =
-        mediacmd.add_subcommand("encode", "write the XML document of a JSON media command");
+    CLI::App *encode = mediacmd.add_subcommand("encode",
+                                               "write the XML document of a JSON media command");
     encode->add_option("FILE", encodePath, "JSON as decode --json prints it, - for standard input")
         ->required();
     encode->callback([] { runEncode(encodePath); });
@@ -193,4 +215,4 @@ void addMediaCmdCommands(CLI::App &mediacmd, Output &output) {
     validate->callback([&output] { runValidate(validatePath, output); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

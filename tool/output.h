@@ -20,7 +20,7 @@ namespace qrvtool {
 using Json = nlohmann::ordered_json;
 
 class Output {
-public:
+  public:
     // Adds --json to a command that prints; the flag is read when it runs.
     void addJsonFlag(CLI::App *command);
     bool json() const { return json_; }
@@ -29,7 +29,7 @@ public:
     // (nested objects indented); `text` replaces that rendering when given.
     void document(const Json &doc, const std::function<void(const Json &)> &text = {}) const;
 
-private:
+  private:
     bool json_ = false;
 };
 
@@ -40,7 +40,7 @@ void printText(const Json &doc, std::FILE *out = stdout, int indent = 0);
 // stream of any size prints in bounded memory:
 //   {"file": ..., "<key>": [ {record}, ... ], <tail fields>}
 class RecordStream {
-public:
+  public:
     RecordStream(const Output &output, const Json &head, const char *key);
     // `line` is the record's text form.
     void add(const Json &record, const std::string &line);
@@ -49,7 +49,7 @@ public:
     // Closes the array with the fields of `tail` (an object) after it.
     void finish(const Json &tail);
 
-private:
+  private:
     const Output &output_;
     bool first_ = true;
 };
@@ -59,15 +59,17 @@ private:
 // of units. Keys and names must need no escaping (the tool's own tables);
 // a record holds at most kRoom bytes, far more than the few fields need.
 class FlatRecord {
-public:
+  public:
     template <size_t N>
-    FlatRecord &number(const char (&key)[N], long long value) {
+    FlatRecord &number(const char (&key)[N], long long value)
+    {
         openKey(key);
         appendNumber(value);
         return *this;
     }
     template <size_t N>
-    FlatRecord &name(const char (&key)[N], const char *value) {
+    FlatRecord &name(const char (&key)[N], const char *value)
+    {
         openKey(key);
         appendName(value);
         return *this;
@@ -75,7 +77,7 @@ public:
     // The finished object; the next field starts a new one.
     std::string_view json();
 
-private:
+  private:
     static constexpr size_t kRoom = 1024;
     // Room for the longest field that one call adds: a key, its quotes and
     // colon, and a 20-digit number or a table name.
@@ -83,7 +85,8 @@ private:
 
     // Inline, so that the copies of fixed-length keys are fixed-length copies.
     template <size_t N>
-    void openKey(const char (&key)[N]) {
+    void openKey(const char (&key)[N])
+    {
         static_assert(N + 8 < kFieldRoom, "key too long");
         makeRoom();
         const char opener = used_ == 0 ? '{' : ',';
@@ -101,6 +104,6 @@ private:
     size_t used_ = 0;
 };
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

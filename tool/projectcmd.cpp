@@ -15,19 +15,22 @@ namespace qrvtool {
 
 namespace {
 
-const char *attributeOf(const TiXmlDocument &doc, const char *element, const char *attribute) {
+const char *attributeOf(const TiXmlDocument &doc, const char *element, const char *attribute)
+{
     const TiXmlElement *e = doc.FirstChildElement(element);
     const char *value = e ? e->Attribute(attribute) : nullptr;
     return value ? value : "";
 }
 
-void runDump(const std::string &path, const Output &output) {
+void runDump(const std::string &path, const Output &output)
+{
     // The document as the library loads it (a missing list file is restored
     // from the copy in the project, as the recorders do on opening it).
     CKXProjectToXML project;
     std::vector<char> pathText(path.begin(), path.end());
     pathText.push_back('\0');
-    if (pathText.size() > QRV_PROJECT_PATH_MAX) throw InputError(path, "", "path too long");
+    if (pathText.size() > QRV_PROJECT_PATH_MAX)
+        throw InputError(path, "", "path too long");
     TiXmlDocument doc;
     if (!doc.LoadFile(path.c_str()))
         throw InputError(path, atLine(static_cast<unsigned>(doc.ErrorRow())),
@@ -49,15 +52,17 @@ void runDump(const std::string &path, const Output &output) {
             project.GetConfigString(key.data(), value.data());
             settings[a->Name()] = value.data();
         }
-    output.document({{"file", path},
-                     {"clip_list", {{"file_name", clipFile}, {"data", attributeOf(doc, "ClipList", "Data")}}},
-                     {"edl_list", {{"edl_name", edlName}, {"data", attributeOf(doc, "EdlList", "Data")}}},
-                     {"settings", settings}});
+    output.document(
+        {{"file", path},
+         {"clip_list", {{"file_name", clipFile}, {"data", attributeOf(doc, "ClipList", "Data")}}},
+         {"edl_list", {{"edl_name", edlName}, {"data", attributeOf(doc, "EdlList", "Data")}}},
+         {"settings", settings}});
 }
 
-}  // namespace
+} // namespace
 
-void addProjectCommands(CLI::App &project, Output &output) {
+void addProjectCommands(CLI::App &project, Output &output)
+{
     static std::string path;
     CLI::App *dump = project.add_subcommand("dump", "print a project's lists and settings");
     dump->add_option("FILE", path, "project document")->required();
@@ -65,4 +70,4 @@ void addProjectCommands(CLI::App &project, Output &output) {
     dump->callback([&output] { runDump(path, output); });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -25,41 +25,45 @@ struct TimecodeType {
 
 // The names media command documents give the timecode types.
 constexpr TimecodeType kTimecodeTypes[] = {
-    {"frames", 0},  {"film", 1},   {"non-drop-frame", 2}, {"drop-frame", 4},
-    {"pal", 8},     {"50", 16},    {"59.94", 32},         {"60", 64},
-    {"film-drop", 128}, {"23.98", 132},
+    {"frames", 0}, {"film", 1}, {"non-drop-frame", 2}, {"drop-frame", 4}, {"pal", 8}, {"50", 16},
+    {"59.94", 32}, {"60", 64},  {"film-drop", 128},    {"23.98", 132},
 };
 
-unsigned typeCode(const std::string &name) {
+unsigned typeCode(const std::string &name)
+{
     for (const TimecodeType &type : kTimecodeTypes)
-        if (strcasecmp(type.name, name.c_str()) == 0) return type.code;
+        if (strcasecmp(type.name, name.c_str()) == 0)
+            return type.code;
     throw UsageError("unknown timecode type \"" + name + "\" (see: qrvtool tc types)");
 }
 
-std::string timecodeText(unsigned frames, unsigned type) {
+std::string timecodeText(unsigned frames, unsigned type)
+{
     char text[kTimecodeTextSize];
     tcToString(frames, type, text);
     return text;
 }
 
-unsigned framesOf(const std::string &text, unsigned type, const std::string &typeName) {
+unsigned framesOf(const std::string &text, unsigned type, const std::string &typeName)
+{
     unsigned frames = 0;
     if (tcToFrame(text.c_str(), type, &frames) != 0)
-        throw InputError("timecode \"" + text + "\"", "",
-                         "not a timecode of type " + typeName);
+        throw InputError("timecode \"" + text + "\"", "", "not a timecode of type " + typeName);
     return frames;
 }
 
-void printResult(const Output &output, const Json &doc, const char *key) {
+void printResult(const Output &output, const Json &doc, const char *key)
+{
     output.document(doc, [key](const Json &d) {
         const Json &v = d.at(key);
         std::puts(v.is_string() ? v.get<std::string>().c_str() : v.dump().c_str());
     });
 }
 
-}  // namespace
+} // namespace
 
-void addTimecodeCommands(CLI::App &tc, Output &output) {
+void addTimecodeCommands(CLI::App &tc, Output &output)
+{
     static std::string typeName = "drop-frame";
     static std::string text, addText;
     static unsigned frames = 0;
@@ -75,8 +79,10 @@ void addTimecodeCommands(CLI::App &tc, Output &output) {
     output.addJsonFlag(toFrames);
     toFrames->callback([&output] {
         const unsigned type = typeCode(typeName);
-        printResult(output, {{"timecode", text}, {"type", typeName}, {"frames", framesOf(text, type, typeName)}},
-                    "frames");
+        printResult(
+            output,
+            {{"timecode", text}, {"type", typeName}, {"frames", framesOf(text, type, typeName)}},
+            "frames");
     });
 
     CLI::App *toText = tc.add_subcommand("text", "timecode text of a frame count");
@@ -85,8 +91,10 @@ void addTimecodeCommands(CLI::App &tc, Output &output) {
     output.addJsonFlag(toText);
     toText->callback([&output] {
         const unsigned type = typeCode(typeName);
-        printResult(output, {{"frames", frames}, {"type", typeName}, {"timecode", timecodeText(frames, type)}},
-                    "timecode");
+        printResult(
+            output,
+            {{"frames", frames}, {"type", typeName}, {"timecode", timecodeText(frames, type)}},
+            "timecode");
     });
 
     CLI::App *add = tc.add_subcommand("add", "add (or with a negative count subtract) frames");
@@ -98,10 +106,15 @@ void addTimecodeCommands(CLI::App &tc, Output &output) {
         const unsigned type = typeCode(typeName);
         const long long sum = static_cast<long long>(framesOf(addText, type, typeName)) + delta;
         if (sum < 0 || sum > 0xFFFFFFFFll)
-            throw InputError("timecode \"" + addText + "\"", "", "the sum leaves the range of frame counts");
+            throw InputError("timecode \"" + addText + "\"", "",
+                             "the sum leaves the range of frame counts");
         const unsigned result = static_cast<unsigned>(sum);
-        printResult(output, {{"timecode", addText}, {"frames_added", delta}, {"type", typeName},
-                             {"frames", result}, {"result", timecodeText(result, type)}},
+        printResult(output,
+                    {{"timecode", addText},
+                     {"frames_added", delta},
+                     {"type", typeName},
+                     {"frames", result},
+                     {"result", timecodeText(result, type)}},
                     "result");
     });
 
@@ -110,7 +123,8 @@ void addTimecodeCommands(CLI::App &tc, Output &output) {
     types->callback([&output] {
         Json list = Json::array();
         for (const TimecodeType &type : kTimecodeTypes)
-            list.push_back({{"name", type.name}, {"code", type.code},
+            list.push_back({{"name", type.name},
+                            {"code", type.code},
                             {"frames_per_second", vidTCFramesPerSecD(type.code)}});
         output.document({{"types", list}}, [](const Json &doc) {
             for (const Json &t : doc["types"])
@@ -120,4 +134,4 @@ void addTimecodeCommands(CLI::App &tc, Output &output) {
     });
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -15,15 +15,19 @@ constexpr size_t kInitialBuffer = 4u << 20;
 // one byte past a unit.
 constexpr size_t kReaderPadding = 8;
 
-}  // namespace
+} // namespace
 
-UnitReader::UnitReader(InputFile &in) : in_(in), progress_(in.name(), in.size()) {
+UnitReader::UnitReader(InputFile &in) : in_(in), progress_(in.name(), in.size())
+{
     buffer_.resize(kInitialBuffer + kReaderPadding);
     fill();
-    if (end_ == 0) throw InputError(in_.name(), atByte(0), "empty file");
+    if (end_ == 0)
+        throw InputError(in_.name(), atByte(0), "empty file");
     size_t zeros = 0;
-    while (zeros < end_ && buffer_[zeros] == 0) ++zeros;
-    if (zeros >= 2 && zeros < end_ && buffer_[zeros] == 1) return;  // Annex B
+    while (zeros < end_ && buffer_[zeros] == 0)
+        ++zeros;
+    if (zeros >= 2 && zeros < end_ && buffer_[zeros] == 1)
+        return; // Annex B
     if (end_ > 4 && bigEndian32(buffer_.data()) != 0 && (buffer_[4] & 0x80) == 0 &&
         (in_.size() == 0 || bigEndian32(buffer_.data()) <= in_.size() - 4)) {
         lengthFramed_ = true;
@@ -33,69 +37,84 @@ UnitReader::UnitReader(InputFile &in) : in_(in), progress_(in.name(), in.size())
                      "not an H.264 stream: no start code and no unit length at the start");
 }
 
-bool UnitReader::fill() {
-    if (eof_) return false;
+bool UnitReader::fill()
+{
+    if (eof_)
+        return false;
     if (start_ > 0) {
         std::memmove(buffer_.data(), buffer_.data() + start_, end_ - start_);
         base_ += start_;
         end_ -= start_;
         start_ = 0;
     }
-    if (end_ + kReaderPadding >= buffer_.size()) buffer_.resize(buffer_.size() * 2);
+    if (end_ + kReaderPadding >= buffer_.size())
+        buffer_.resize(buffer_.size() * 2);
     const size_t got = in_.read(buffer_.data() + end_, buffer_.size() - kReaderPadding - end_);
-    if (got == 0) eof_ = true;
+    if (got == 0)
+        eof_ = true;
     end_ += got;
     std::memset(buffer_.data() + end_, 0, kReaderPadding);
     progress_.update(base_ + end_);
     return got != 0;
 }
 
-void UnitReader::requireBytes(size_t count) {
+void UnitReader::requireBytes(size_t count)
+{
     while (end_ - start_ < count && fill()) {
     }
 }
 
 // Index of the first byte of the next 00 00 01 at or after `from`, or end_
 // when none is in the buffer.
-size_t UnitReader::findStartCode(size_t from) {
+size_t UnitReader::findStartCode(size_t from)
+{
     size_t at = from + 2;
     while (at < end_) {
         const void *one = std::memchr(buffer_.data() + at, 1, end_ - at);
-        if (!one) return end_;
+        if (!one)
+            return end_;
         at = static_cast<size_t>(static_cast<const uint8_t *>(one) - buffer_.data());
-        if (buffer_[at - 1] == 0 && buffer_[at - 2] == 0) return at - 2;
+        if (buffer_[at - 1] == 0 && buffer_[at - 2] == 0)
+            return at - 2;
         ++at;
     }
     return end_;
 }
 
-void UnitReader::checkHeader(const NalUnit &unit) const {
+void UnitReader::checkHeader(const NalUnit &unit) const
+{
     if (unit.data[0] & 0x80)
         throw InputError(in_.name(), atByte(unit.offset),
                          "forbidden_zero_bit is set: not an H.264 unit");
 }
 
-bool UnitReader::next(NalUnit &unit) {
+bool UnitReader::next(NalUnit &unit)
+{
     const bool got = lengthFramed_ ? nextLengthFramed(unit) : nextAnnexB(unit);
-    if (got) checkHeader(unit);
+    if (got)
+        checkHeader(unit);
     return got;
 }
 
-bool UnitReader::nextAnnexB(NalUnit &unit) {
+bool UnitReader::nextAnnexB(NalUnit &unit)
+{
     // Step over the zero bytes and the 01 of the start code; zero bytes at
     // the end of the file trail the last unit.
     size_t zeros = 0;
     for (;;) {
         if (start_ + zeros >= end_) {
-            if (!fill()) return false;
+            if (!fill())
+                return false;
             continue;
         }
-        if (buffer_[start_ + zeros] != 0) break;
+        if (buffer_[start_ + zeros] != 0)
+            break;
         ++zeros;
     }
     const size_t one = start_ + zeros;
     if (buffer_[one] != 1 || zeros < 2)
-        throw InputError(in_.name(), atByte(base_ + start_), "bytes between units that are not a start code");
+        throw InputError(in_.name(), atByte(base_ + start_),
+                         "bytes between units that are not a start code");
     unit.framing = zeros >= 3 ? 4 : 3;
     unit.offset = base_ + one + 1 - unit.framing;
     size_t payload = one + 1;
@@ -103,7 +122,8 @@ bool UnitReader::nextAnnexB(NalUnit &unit) {
     size_t next;
     for (;;) {
         next = findStartCode(searched > payload + 2 ? searched - 2 : payload);
-        if (next < end_ || eof_) break;
+        if (next < end_ || eof_)
+            break;
         searched = end_;
         const size_t before = start_;
         fill();
@@ -111,7 +131,8 @@ bool UnitReader::nextAnnexB(NalUnit &unit) {
         searched -= before;
     }
     size_t stop = next;
-    while (stop > payload && buffer_[stop - 1] == 0) --stop;
+    while (stop > payload && buffer_[stop - 1] == 0)
+        --stop;
     if (stop == payload)
         throw InputError(in_.name(), atByte(unit.offset), "a start code with no unit after it");
     unit.data = buffer_.data() + payload;
@@ -122,21 +143,27 @@ bool UnitReader::nextAnnexB(NalUnit &unit) {
     return true;
 }
 
-bool UnitReader::nextLengthFramed(NalUnit &unit) {
+bool UnitReader::nextLengthFramed(NalUnit &unit)
+{
     requireBytes(4);
-    if (end_ == start_) return false;
+    if (end_ == start_)
+        return false;
     unit.offset = position();
     if (end_ - start_ < 4)
-        throw InputError(in_.name(), atByte(unit.offset), "the file ends inside a unit length field");
+        throw InputError(in_.name(), atByte(unit.offset),
+                         "the file ends inside a unit length field");
     const uint32_t length = bigEndian32(buffer_.data() + start_);
-    if (length == 0) throw InputError(in_.name(), atByte(unit.offset), "unit length 0");
+    if (length == 0)
+        throw InputError(in_.name(), atByte(unit.offset), "unit length 0");
     if (in_.size() != 0 && length > in_.size() - unit.offset - 4)
         throw InputError(in_.name(), atByte(unit.offset),
-                         "unit of " + std::to_string(length) + " bytes runs past the end of the file");
+                         "unit of " + std::to_string(length) +
+                             " bytes runs past the end of the file");
     requireBytes(size_t{4} + length);
     if (end_ - start_ < size_t{4} + length)
         throw InputError(in_.name(), atByte(unit.offset),
-                         "unit of " + std::to_string(length) + " bytes runs past the end of the file");
+                         "unit of " + std::to_string(length) +
+                             " bytes runs past the end of the file");
     unit.framing = 0;
     unit.data = buffer_.data() + start_ + 4;
     unit.size = length;
@@ -144,7 +171,8 @@ bool UnitReader::nextLengthFramed(NalUnit &unit) {
     return true;
 }
 
-uint32_t firstMbInSlice(const NalUnit &unit) {
+uint32_t firstMbInSlice(const NalUnit &unit)
+{
     kx_bitstream bs{};
     bs.buffer = reinterpret_cast<uintptr_t>(unit.data);
     bs.byte_size = unit.size;
@@ -153,13 +181,16 @@ uint32_t firstMbInSlice(const NalUnit &unit) {
     return ReadExponentialGolombCode(&bs);
 }
 
-bool AccessUnitTracker::opensAccessUnit(const NalUnit &unit) {
+bool AccessUnitTracker::opensAccessUnit(const NalUnit &unit)
+{
     const int type = unit.type();
     bool opens = !seenUnit_;
     seenUnit_ = true;
     if (unit.isSlice()) {
-        if (pictureOpen_ && !prefixOpen_ && firstMbInSlice(unit) == 0) opens = true;
-        if (prefixOpen_) opens = false;
+        if (pictureOpen_ && !prefixOpen_ && firstMbInSlice(unit) == 0)
+            opens = true;
+        if (prefixOpen_)
+            opens = false;
         pictureOpen_ = true;
         prefixOpen_ = false;
         return opens;
@@ -172,8 +203,9 @@ bool AccessUnitTracker::opensAccessUnit(const NalUnit &unit) {
         prefixOpen_ = true;
         return true;
     }
-    if (prefix) prefixOpen_ = true;
+    if (prefix)
+        prefixOpen_ = true;
     return opens;
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool

@@ -8,10 +8,11 @@
 
 namespace qrvtool {
 
-inline std::string libraryVersionText() {
+inline std::string libraryVersionText()
+{
     return std::string("qrvtool (qrvutil) ") + qrvutilVersion();
 }
 
-}  // namespace qrvtool
+} // namespace qrvtool
 
 #endif

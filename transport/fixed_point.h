@@ -30,10 +30,7 @@ constexpr Split floorSplit(int64_t v)
 }
 
 /* Whole-frame counts wrap in 32 bits, as the position's storage does. */
-constexpr int32_t wrap32(uint64_t v)
-{
-    return static_cast<int32_t>(static_cast<uint32_t>(v));
-}
+constexpr int32_t wrap32(uint64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(v)); }
 
 constexpr int32_t addWrapped(int32_t a, int64_t b)
 {

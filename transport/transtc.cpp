@@ -28,10 +28,7 @@ constexpr uint32_t kLiftFrom = 0xFFFFFF9Du;
 
 constexpr int32_t kHalfFrame = static_cast<int32_t>(kUnit / 2);
 
-bool isNormalPlay(const CQRVSpeed &s)
-{
-    return s.value == kUnit || s.value == -kUnit;
-}
+bool isNormalPlay(const CQRVSpeed &s) { return s.value == kUnit || s.value == -kUnit; }
 
 } // namespace
 
@@ -76,10 +73,7 @@ void CQRVTransTC2::SetSpeedZero(const CQRVSpeed &s)
         position.fraction = 0;
 }
 
-void CQRVTransTC::Modulo()
-{
-    Wrap();
-}
+void CQRVTransTC::Modulo() { Wrap(); }
 
 uint32_t CQRVTransTC::PlayCount()
 {

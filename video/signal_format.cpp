@@ -50,12 +50,10 @@ struct RasterAspect {
 /* Rasters of 626 lines and more that have a known shape; any other raster of
  * that height is unknown. */
 constexpr RasterAspect kRasterAspects[] = {
-    {720, 1280, kAspect16x9},     {720, 960, kAspect16x9},
-    {858, 2048, kAspect239x100},  {1080, 1280, kAspect16x9},
-    {1080, 1440, kAspect16x9},    {1080, 1920, kAspect16x9},
-    {1080, 3840, kAspect16x9},    {1080, 1998, kAspect185x100},
-    {1080, 2048, kAspect256x135}, {1080, 4096, kAspect256x135},
-    {2160, 4096, kAspect256x135}, {2160, 3840, kAspect16x9},
+    {720, 1280, kAspect16x9},     {720, 960, kAspect16x9},      {858, 2048, kAspect239x100},
+    {1080, 1280, kAspect16x9},    {1080, 1440, kAspect16x9},    {1080, 1920, kAspect16x9},
+    {1080, 3840, kAspect16x9},    {1080, 1998, kAspect185x100}, {1080, 2048, kAspect256x135},
+    {1080, 4096, kAspect256x135}, {2160, 4096, kAspect256x135}, {2160, 3840, kAspect16x9},
 };
 
 /* Colour matrix codes of one family by picture size. */
@@ -106,15 +104,10 @@ struct Blanking {
 constexpr Blanking kBlanking[] = {
     {0x1100401du, kAny, kAny, 34}, /* NTSC */
     {0x1120421du, kAny, kAny, 34}, /* NTSC-CCIR601 */
-    {kAny, 576, kAny, 45},
-    {kAny, 1035, kAny, 78},
-    {kAny, 1080, QRV_SCAN_INTERLACED, 40},
+    {kAny, 576, kAny, 45},         {kAny, 1035, kAny, 78}, {kAny, 1080, QRV_SCAN_INTERLACED, 40},
 };
 
-bool matches(uint32_t want, uint32_t have)
-{
-    return want == kAny || want == have;
-}
+bool matches(uint32_t want, uint32_t have) { return want == kAny || want == have; }
 
 uint32_t blankingLines(uint32_t code, uint32_t height)
 {
@@ -125,17 +118,11 @@ uint32_t blankingLines(uint32_t code, uint32_t height)
     return 0;
 }
 
-int sizeAsText(uint32_t size)
-{
-    return size == kUnknown ? -1 : static_cast<int>(size);
-}
+int sizeAsText(uint32_t size) { return size == kUnknown ? -1 : static_cast<int>(size); }
 
 } // namespace
 
-void resetMatrixSetting()
-{
-    g_forcedMatrix = kMatrixNotRead;
-}
+void resetMatrixSetting() { g_forcedMatrix = kMatrixNotRead; }
 
 } // namespace qrv::video
 

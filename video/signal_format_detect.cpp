@@ -71,26 +71,14 @@ bool isAny(uint32_t v, std::initializer_list<uint32_t> values)
     return false;
 }
 
-bool between(uint32_t v, uint32_t low, uint32_t high)
-{
-    return v >= low && v <= high;
-}
+bool between(uint32_t v, uint32_t low, uint32_t high) { return v >= low && v <= high; }
 
-bool isHdWidth(uint32_t w)
-{
-    return isAny(w, {1280, 1440, 1920});
-}
+bool isHdWidth(uint32_t w) { return isAny(w, {1280, 1440, 1920}); }
 
 /* Coded heights of 1080-line pictures. */
-bool is1080Height(uint32_t h)
-{
-    return isAny(h, {1080, 1088, 1092, 1112});
-}
+bool is1080Height(uint32_t h) { return isAny(h, {1080, 1088, 1092, 1112}); }
 
-bool is720Height(uint32_t h)
-{
-    return between(h, 720, 740);
-}
+bool is720Height(uint32_t h) { return between(h, 720, 740); }
 
 uint32_t pick(bool progressive, uint32_t ifProgressive, uint32_t otherwise)
 {
@@ -337,8 +325,7 @@ using namespace qrv::video;
 unsigned vidGetSignalFormat(unsigned rate, unsigned scale, unsigned width, int height,
                             int progressive)
 {
-    const Picture picture{framesPerSecond(rate, scale), width, lineCount(height),
-                          progressive != 0};
+    const Picture picture{framesPerSecond(rate, scale), width, lineCount(height), progressive != 0};
     for (Rule rule : kRules)
         if (const uint32_t code = rule(picture))
             return code;

@@ -47,14 +47,10 @@ struct RateWindow {
 };
 
 constexpr RateWindow kRateWindows[] = {
-    {24.9, true, 25.1, k25, kTcPal},
-    {23.0, false, 24.0, k2398, kTcFilmDrop},
-    {24.0, false, 25.0, k24, kTcFilm},
-    {47.0, false, 49.0, k48, kTcFilm},
-    {60.0, false, kInfinity, k60, kTc60},
-    {59.0, false, kInfinity, k5994, kTc5994},
-    {50.0, false, kInfinity, k50, kTc50},
-    {29.0, true, 30.0, k2997, kTcDrop},
+    {24.9, true, 25.1, k25, kTcPal},      {23.0, false, 24.0, k2398, kTcFilmDrop},
+    {24.0, false, 25.0, k24, kTcFilm},    {47.0, false, 49.0, k48, kTcFilm},
+    {60.0, false, kInfinity, k60, kTc60}, {59.0, false, kInfinity, k5994, kTc5994},
+    {50.0, false, kInfinity, k50, kTc50}, {29.0, true, 30.0, k2997, kTcDrop},
     {30.0, false, 30.9, k30, kTcNonDrop},
 };
 
@@ -64,10 +60,7 @@ constexpr RatePair kDefaultPair = k2997;
 /* Text form selector handed to tcToString() with the source type. */
 constexpr unsigned kTcTextForm = 0x32100;
 
-bool inBand(double f)
-{
-    return f >= kBandLow && f <= kBandHigh;
-}
+bool inBand(double f) { return f >= kBandLow && f <= kBandHigh; }
 
 bool inWindow(const RateWindow &w, double f)
 {
@@ -243,20 +236,11 @@ unsigned vidMsPerFrame(unsigned code, unsigned rate, unsigned scale)
     return truncateToU32(vidMsPerFrameD(code, rate, scale) + 0.5);
 }
 
-double vidTCFramesPerSecD(unsigned tcType)
-{
-    return timecodeType(tcType).fps;
-}
+double vidTCFramesPerSecD(unsigned tcType) { return timecodeType(tcType).fps; }
 
-double vidTCMsPerFrameD(unsigned tcType)
-{
-    return timecodeType(tcType).msPerFrame;
-}
+double vidTCMsPerFrameD(unsigned tcType) { return timecodeType(tcType).msPerFrame; }
 
-unsigned vidTCMsPerFrame(unsigned tcType)
-{
-    return timecodeType(tcType).msPerFrameRounded;
-}
+unsigned vidTCMsPerFrame(unsigned tcType) { return timecodeType(tcType).msPerFrameRounded; }
 
 unsigned vidGetTCType(double fps)
 {

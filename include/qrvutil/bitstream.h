@@ -29,7 +29,8 @@ typedef struct kx_bitstream {
     uintptr_t bit_pos;   /* index of the next bit */
 } kx_bitstream;
 
-QRV_STATIC_ASSERT(sizeof(kx_bitstream) == 4 * sizeof(void *), "kx_bitstream: four pointer-width fields");
+QRV_STATIC_ASSERT(sizeof(kx_bitstream) == 4 * sizeof(void *),
+                  "kx_bitstream: four pointer-width fields");
 QRV_STATIC_ASSERT(offsetof(kx_bitstream, bit_pos) == 3 * sizeof(void *), "kx_bitstream.bit_pos");
 
 /* Every call reads or writes at bit_pos and moves it past what it read or

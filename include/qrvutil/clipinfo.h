@@ -25,10 +25,10 @@ QRV_EXTERN_C_BEGIN
 /* A clip's video stream. vidSignalFormatToQRVVid() fills the first nine fields
  * from a signal-format code; the rest describe the coded pictures. */
 typedef struct QRVVIDEO {
-    uint32_t SignalFormat;  /* signal-format code */
-    uint32_t Width;         /* active pixels per line */
-    uint32_t Height;        /* active lines per frame */
-    uint32_t Rate;          /* frames per second = Rate / Scale */
+    uint32_t SignalFormat; /* signal-format code */
+    uint32_t Width;        /* active pixels per line */
+    uint32_t Height;       /* active lines per frame */
+    uint32_t Rate;         /* frames per second = Rate / Scale */
     uint32_t Scale;
     uint32_t ScanType;      /* QRV_SCAN_* */
     uint32_t BlankingLines; /* vertical blanking lines of the format, 0 when none is known */
@@ -36,21 +36,21 @@ typedef struct QRVVIDEO {
     uint32_t TotalHeight;
     uint32_t Planes;
     uint32_t BitCount;
-    uint32_t Compression;   /* four-character code */
-    uint32_t SizeImage;     /* bytes per coded picture */
+    uint32_t Compression; /* four-character code */
+    uint32_t SizeImage;   /* bytes per coded picture */
     uint32_t XPelsPerMeter;
     uint32_t YPelsPerMeter;
-    uint32_t Pitch;         /* bytes per line */
+    uint32_t Pitch; /* bytes per line */
     uint32_t FccHandler;
     uint32_t Quality;
-    uint32_t Start;         /* first frame */
-    uint32_t Length;        /* frames */
+    uint32_t Start;  /* first frame */
+    uint32_t Length; /* frames */
     uint32_t Flags;
 } QRVVIDEO;
 
 /* A clip's audio stream. */
 typedef struct QRVAUDIO {
-    uint32_t AudioType;      /* format tag */
+    uint32_t AudioType; /* format tag */
     uint32_t AudioChannels;
     uint32_t AudioFrequency; /* samples per second */
     uint32_t AudioBits;      /* bits per sample */
@@ -58,7 +58,7 @@ typedef struct QRVAUDIO {
     uint32_t Rate;           /* Rate / Scale as for video */
     uint32_t Scale;
     uint32_t Start;
-    uint32_t Length;         /* samples */
+    uint32_t Length; /* samples */
     uint32_t SuggestedBufferSize;
     uint32_t FccHandler;
     uint32_t Quality;
@@ -99,7 +99,7 @@ typedef struct QRVSYSTEM {
  * qrvInfoGetDescription(); the constant names the slot as
  * QRVINFO_TEXT_<constant> or QRVINFO_NUM_<constant>. Text slot 80 has no
  * name and is never stored. */
-#define QRVINFO_TEXT_TAGS(X) \
+#define QRVINFO_TEXT_TAGS(X)                                            \
     X(FILENAME, 0, "FileName")                                          \
     X(NATIVE_LOCATOR, 1, "NativeLocator")                               \
     X(UNIVERSAL_LOCATOR, 2, "UniversalLocator")                         \
@@ -197,9 +197,9 @@ typedef struct QRVSYSTEM {
     X(NOT_USED_96, 95, "NotUsed_96")                                    \
     X(NOT_USED_97, 96, "NotUsed_97")                                    \
     X(NOT_USED_98, 97, "NotUsed_98")                                    \
-    X(NOT_USED_99, 98, "NotUsed_99")                                   
+    X(NOT_USED_99, 98, "NotUsed_99")
 
-#define QRVINFO_NUMERIC_TAGS(X) \
+#define QRVINFO_NUMERIC_TAGS(X)                                  \
     X(TIMECODE, 0, "TimeCode")                                   \
     X(USER_BITS, 1, "UserBits")                                  \
     X(VITC_TIMECODE, 2, "VITCTimeCode")                          \
@@ -248,7 +248,7 @@ typedef struct QRVSYSTEM {
     X(NOT_USED_46, 45, "NumericNotUsed_46")                      \
     X(NOT_USED_47, 46, "NumericNotUsed_47")                      \
     X(NOT_USED_48, 47, "NumericNotUsed_48")                      \
-    X(NOT_USED_49, 48, "NumericNotUsed_49")                     
+    X(NOT_USED_49, 48, "NumericNotUsed_49")
 
 #define QRVINFO_TEXT_SLOT_CONSTANT(constant, slot, name) QRVINFO_TEXT_##constant = slot,
 #define QRVINFO_NUM_SLOT_CONSTANT(constant, slot, name) QRVINFO_NUM_##constant = slot,
@@ -266,10 +266,10 @@ enum { QRVINFO_NUMERIC_TAGS(QRVINFO_NUM_SLOT_CONSTANT) };
 typedef struct QRVINFO {
     /* Null, or a hostAlloc() block owned by the record. */
     char *text[QRVINFO_TEXT_SLOTS];
-    uint32_t Reserved;   /* reset to 0; otherwise untouched */
+    uint32_t Reserved;                       /* reset to 0; otherwise untouched */
     uint32_t numeric[QRVINFO_NUMERIC_SLOTS]; /* QRVINFO_NOT_SET when not set */
-    uint32_t ReservedMax; /* reset to 0x7FFFFFFF; otherwise untouched */
-    uint32_t ReservedEnd; /* reset to 0; otherwise untouched */
+    uint32_t ReservedMax;                    /* reset to 0x7FFFFFFF; otherwise untouched */
+    uint32_t ReservedEnd;                    /* reset to 0; otherwise untouched */
 } QRVINFO;
 
 /* Frees every text slot with hostFree() and resets every field: numeric

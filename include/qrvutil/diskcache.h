@@ -20,7 +20,7 @@
 #define QRV_DISKCACHE_CLIP_EOF 4u
 
 class QRV_API CKXDiskCache {
-public:
+  public:
     /* An empty cache without a block: until SetHandleAndCacheSize every
      * Read goes straight to the (invalid) handle and fails there. */
     CKXDiskCache();
@@ -73,7 +73,7 @@ public:
     unsigned int Read(unsigned char *buf, unsigned long long pos, unsigned int size,
                       unsigned int *done, unsigned int flags);
 
-private:
+  private:
     unsigned int readAround(unsigned char *buf, unsigned long long pos, unsigned int size,
                             unsigned int *done);
     unsigned int refillLength(unsigned int size, unsigned int flags);

@@ -306,8 +306,7 @@ QRV_STATIC_ASSERT(offsetof(PPS_DECODED, second_chroma_qp_index_offset) == 809 * 
 QRV_STATIC_ASSERT(sizeof(SLICE_HEADER) == 819 * 4, "SLICE_HEADER is 819 fields");
 QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, reserved) == 19 * 4, "SLICE_HEADER unused fields");
 QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, cabac_init_idc) == 24 * 4, "SLICE_HEADER cabac");
-QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4,
-                  "SLICE_HEADER weights");
+QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_log2_weight_denom) == 32 * 4, "SLICE_HEADER weights");
 QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, luma_weight_l1_flag) == 420 * 4, "SLICE_HEADER list 1");
 QRV_STATIC_ASSERT(offsetof(SLICE_HEADER, ref_pic_list_reordering_flag_l0) == 806 * 4,
                   "SLICE_HEADER reordering");
@@ -571,19 +570,19 @@ QRV_API int qrvutilMakeAvcc(const uint8_t *units, uint32_t length, uint8_t *out,
 /** What a decoded SPS says about the pictures, in the units players show.
  *  Fixed layout, the same on 32-bit and 64-bit builds. */
 typedef struct QRV_H264_GEOMETRY {
-    uint32_t coded_width;       /**< decoded samples before cropping: 16 x macroblocks */
-    uint32_t coded_height;      /**< likewise; a field-coded map unit counts twice */
-    uint32_t width;             /**< after the frame cropping */
+    uint32_t coded_width;  /**< decoded samples before cropping: 16 x macroblocks */
+    uint32_t coded_height; /**< likewise; a field-coded map unit counts twice */
+    uint32_t width;        /**< after the frame cropping */
     uint32_t height;
-    uint32_t crop_left;         /**< samples cropped at the left, after the crop-unit scaling */
-    uint32_t crop_top;          /**< lines cropped at the top, likewise */
+    uint32_t crop_left; /**< samples cropped at the left, after the crop-unit scaling */
+    uint32_t crop_top;  /**< lines cropped at the top, likewise */
     uint32_t frame_mbs_only_flag;
     uint32_t chroma_format_idc; /**< 0 monochrome, 1 4:2:0, 2 4:2:2, 3 4:4:4 */
     uint32_t bit_depth_luma;    /**< 8 to 14 */
     uint32_t bit_depth_chroma;
-    uint32_t sar_num;           /**< sample aspect ratio, reduced; 0:0 when unspecified */
+    uint32_t sar_num; /**< sample aspect ratio, reduced; 0:0 when unspecified */
     uint32_t sar_den;
-    uint32_t fps_num;           /**< frame rate, reduced; 0/0 without usable VUI timing */
+    uint32_t fps_num; /**< frame rate, reduced; 0/0 without usable VUI timing */
     uint32_t fps_den;
     char profile_name[QRV_H264_PROFILE_NAME_SIZE];
     char level_text[QRV_H264_LEVEL_TEXT_SIZE];

@@ -22,10 +22,10 @@ QRV_EXTERN_C_BEGIN
 
 /* ---- The record ------------------------------------------------------------- */
 
-#define MEDIACMD_ID 0xFA250200u       /**< CmdID of every valid record */
-#define MEDIACMD_SIZE 1116u           /**< bytes in a record, on every build */
-#define MEDIACMD_AREA_OFFSET 76u      /**< ClipID: start of the shared trailing area */
-#define MEDIACMD_AREA_SIZE 1040u      /**< ClipID to the end of the record */
+#define MEDIACMD_ID 0xFA250200u         /**< CmdID of every valid record */
+#define MEDIACMD_SIZE 1116u             /**< bytes in a record, on every build */
+#define MEDIACMD_AREA_OFFSET 76u        /**< ClipID: start of the shared trailing area */
+#define MEDIACMD_AREA_SIZE 1040u        /**< ClipID to the end of the record */
 #define MEDIACMD_SPEED_UNSET 0x7FFFFFFF /**< Speed not given ("as before" for speedReps()) */
 #define MEDIACMD_SPEED_NORMAL QRV_TRANSPORT_UNIT /**< one times normal forward play: 65520 */
 
@@ -38,24 +38,24 @@ QRV_EXTERN_C_BEGIN
  */
 #pragma pack(push, 4)
 typedef struct MEDIACMD {
-    uint64_t prev;           /**< opaque link; only its low 32 bits travel in XML */
-    uint64_t next;           /**< opaque link, as prev */
-    uint64_t list;           /**< opaque link, as prev */
-    uint32_t CmdID;          /**< always MEDIACMD_ID */
-    uint32_t StructSize;     /**< valid bytes in the record; bounds every area copy */
-    int32_t Channel;         /**< channel the command is for; -1 = not set */
-    uint32_t Cmd;            /**< ct code */
-    uint32_t cmdFlags;       /**< OR of cf flags */
-    int32_t Speed;           /**< 65520 = normal play, 0 = still; 0x7FFFFFFF = not given */
-    uint32_t VideoChannels;  /**< bit mask of the video tracks the command touches */
-    uint32_t AudioChannels;  /**< bit mask of the audio tracks */
-    uint32_t InfoChannels;   /**< bit mask of the info (timecode, data) tracks */
-    uint32_t CmdAlt;         /**< gs identifier of a value command, or when the command acts */
-    int32_t Position;        /**< frames, or an offset (cfUsePosition, cfUsePositionOffset) */
-    int32_t Start;           /**< frames, or an offset (cfUseStart, cfUseStartOffset) */
-    int32_t End;             /**< frames, or an offset (cfUseEnd, cfUseEndOffset) */
-    char ClipID[9];          /**< up to 8 characters and a terminator; starts the shared area */
-    char FileName[1031];     /**< to the end of the record */
+    uint64_t prev;          /**< opaque link; only its low 32 bits travel in XML */
+    uint64_t next;          /**< opaque link, as prev */
+    uint64_t list;          /**< opaque link, as prev */
+    uint32_t CmdID;         /**< always MEDIACMD_ID */
+    uint32_t StructSize;    /**< valid bytes in the record; bounds every area copy */
+    int32_t Channel;        /**< channel the command is for; -1 = not set */
+    uint32_t Cmd;           /**< ct code */
+    uint32_t cmdFlags;      /**< OR of cf flags */
+    int32_t Speed;          /**< 65520 = normal play, 0 = still; 0x7FFFFFFF = not given */
+    uint32_t VideoChannels; /**< bit mask of the video tracks the command touches */
+    uint32_t AudioChannels; /**< bit mask of the audio tracks */
+    uint32_t InfoChannels;  /**< bit mask of the info (timecode, data) tracks */
+    uint32_t CmdAlt;        /**< gs identifier of a value command, or when the command acts */
+    int32_t Position;       /**< frames, or an offset (cfUsePosition, cfUsePositionOffset) */
+    int32_t Start;          /**< frames, or an offset (cfUseStart, cfUseStartOffset) */
+    int32_t End;            /**< frames, or an offset (cfUseEnd, cfUseEndOffset) */
+    char ClipID[9];         /**< up to 8 characters and a terminator; starts the shared area */
+    char FileName[1031];    /**< to the end of the record */
 } MEDIACMD;
 #pragma pack(pop)
 
@@ -156,9 +156,9 @@ typedef struct mcmdXlat {
     const char *name;
 } mcmdXlat;
 
-#define MCMD_GS_ROWS 394   /**< rows of mcmdGSXlat and mcmdGSStringXlat */
-#define MCMD_FLAG_ROWS 34  /**< rows of mcmdFLAGXlat */
-#define MCMD_NAME_MAX 31   /**< room for any gs or cf name and its terminator */
+#define MCMD_GS_ROWS 394  /**< rows of mcmdGSXlat and mcmdGSStringXlat */
+#define MCMD_FLAG_ROWS 34 /**< rows of mcmdFLAGXlat */
+#define MCMD_NAME_MAX 31  /**< room for any gs or cf name and its terminator */
 
 /** The state-value identifiers (gs), in table order: not sorted (64012
  *  stands before 64011), no value twice. */

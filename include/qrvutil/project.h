@@ -30,7 +30,7 @@
 /** One project document in memory, with the three paths it names. Not
  *  copyable; one object per thread at a time. */
 class QRV_API CKXProjectToXML {
-public:
+  public:
     /** An empty document: declaration, ClipList, EdlList, Settings; empty paths. */
     CKXProjectToXML();
     /** Deletes the document. */
@@ -82,7 +82,7 @@ public:
      *  0 when it is missing. */
     unsigned GetConfigDWORD(char *key);
 
-private:
+  private:
     TiXmlElement *boundElement(int part);
     void rebindElements();
     void setListFile(int part, char *pathBuffer, const char *path);

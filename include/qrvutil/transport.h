@@ -31,7 +31,7 @@
  * valid speed; speeds are never normalised. Fixed layout: one int32_t.
  */
 class QRV_API CQRVSpeed {
-public:
+  public:
     int32_t value = 0; /**< the speed in 65520ths of normal play */
 
     /** value = num * 65520 / den (64-bit product, truncated toward zero, kept
@@ -62,7 +62,7 @@ QRV_API CQRVSpeed operator/(const CQRVSpeed &a, const CQRVSpeed &b);
  * fraction 65519); whole frames wrap in 32 bits. Fixed layout: two int32_t.
  */
 class QRV_API CQRVPos {
-public:
+  public:
     int32_t whole = 0;    /**< whole frames */
     int32_t fraction = 0; /**< 65520ths of a frame, 0..65519 after any setter */
 
@@ -100,14 +100,14 @@ QRV_API CQRVPos operator-(const CQRVPos &a, const CQRVPos &b);
  * Fixed layout, 36 bytes, no virtual functions.
  */
 class QRV_API CQRVTransTC {
-public:
-    uint32_t rangeStart = 0;  /**< first frame of the wrap range */
-    uint32_t rangeEnd = 0;    /**< the value given to SetRange, one past the last frame */
-    uint32_t rangeLength = 0; /**< rangeEnd - rangeStart; 0: the position never wraps */
-    CQRVPos position;         /**< the current position */
-    CQRVSpeed speed;          /**< the current speed */
-    bool playCountStale = true; /**< the cached play count must be worked out again */
-    int32_t stepCounter = 0;  /**< +1 per forward step, -1 per backward step, whatever n */
+  public:
+    uint32_t rangeStart = 0;      /**< first frame of the wrap range */
+    uint32_t rangeEnd = 0;        /**< the value given to SetRange, one past the last frame */
+    uint32_t rangeLength = 0;     /**< rangeEnd - rangeStart; 0: the position never wraps */
+    CQRVPos position;             /**< the current position */
+    CQRVSpeed speed;              /**< the current speed */
+    bool playCountStale = true;   /**< the cached play count must be worked out again */
+    int32_t stepCounter = 0;      /**< +1 per forward step, -1 per backward step, whatever n */
     uint32_t cachedPlayCount = 1; /**< the last play count worked out */
 
     /** The range between a and b (either order); b = -1 leaves it open at the
@@ -138,14 +138,14 @@ public:
     /** Steps n play counts back, as operator+=(). */
     int operator-=(int n);
 
-protected:
+  protected:
     void Step(int n, bool forward);
     void Wrap();
 };
 
 /** The counter with one more setter. */
 class QRV_API CQRVTransTC2 : public CQRVTransTC {
-public:
+  public:
     /** As SetSpeed(), but only normal play (+-65520) moves the fraction (to 0). */
     void SetSpeedZero(const CQRVSpeed &s);
 };

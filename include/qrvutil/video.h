@@ -34,7 +34,7 @@
 /** Width token of a signal format code. */
 #define QRV_SF_WIDTH_TOKEN(code) (((code) >> 9) & 0x7FFu)
 /** Rate code of a signal format code. */
-#define QRV_SF_RATE_CODE(code) ((code) & 0x1FFu)
+#define QRV_SF_RATE_CODE(code) ((code)&0x1FFu)
 /** A signal format code from its four parts. */
 #define QRV_SF_MAKE(scan, heightToken, widthToken, rateCode)                                      \
     (((unsigned)(scan) << 28) | ((unsigned)(heightToken) << 20) | ((unsigned)(widthToken) << 9) | \
@@ -111,8 +111,7 @@ QRV_API int vidNormalizeRateScale(unsigned *rate, unsigned *scale);
 /** Default rate/scale for a raster (up to 720 wide: 30000/1001 below 513
  *  lines, else 25/1; ...). -1 for a null pointer; 0 otherwise, with nothing
  *  written for widths above 4096. */
-QRV_API int vidRateScaleFromSize(unsigned width, unsigned height, unsigned *rate,
-                                 unsigned *scale);
+QRV_API int vidRateScaleFromSize(unsigned width, unsigned height, unsigned *rate, unsigned *scale);
 /** Frames per second of rate/scale, or of the code when either is 0 (29.97
  *  when the code has no rate). */
 QRV_API double vidFramesPerSecD(unsigned code, unsigned rate, unsigned scale);

@@ -46,7 +46,9 @@ Words probed(Bytes bytes, size_t *bitsRead = nullptr)
         *bitsRead = bs.bit_pos;
     const uint32_t type = cfg.audioObjectType;
     return {std::to_string(cfg.samplingFrequency), std::to_string(cfg.channelConfiguration),
-            type == 1 ? "Main" : type == 2 ? "LC" : "?"};
+            type == 1   ? "Main"
+            : type == 2 ? "LC"
+                        : "?"};
 }
 
 // The short form 0x12 0x10 is checked with the MP4 clip below.
@@ -71,7 +73,8 @@ TEST(Aac, AdtsCrcWordFollowsWhenProtectionAbsentIsSet)
     kx_bitstream bs = over(with, 9);
     qrvutilWriteADTS(&bs, &h);
     // The first header of adts_48000_2_main.aac, then the CRC word.
-    EXPECT_EQ(Bytes(with.begin(), with.begin() + 9), (Bytes{0xFF, 0xF1, 0x0C, 0x80, 0x0B, 0xBF, 0xFC, 0xBE, 0xEF}));
+    EXPECT_EQ(Bytes(with.begin(), with.begin() + 9),
+              (Bytes{0xFF, 0xF1, 0x0C, 0x80, 0x0B, 0xBF, 0xFC, 0xBE, 0xEF}));
     bs.bit_pos = 0;
     qrvutilReadADTS(&bs, &back);
     EXPECT_EQ(bs.bit_pos, 72u);
@@ -108,7 +111,8 @@ TEST(Aac, RealClipsMatchTheProbe)
             lengths.push_back(std::to_string(h.aac_frame_length));
             // Written back it is the file's header; in the container form it
             // describes the probe's stream.
-            const AAC_CONFIG cfg{h.profile + 1, h.sampling_frequency_index, 0, h.channel_configuration, 0, 0, 0};
+            const AAC_CONFIG cfg{
+                h.profile + 1, h.sampling_frequency_index, 0, h.channel_configuration, 0, 0, 0};
             Bytes again, asc;
             kx_bitstream againBits = over(again, 7), ascBits = over(asc, 2);
             qrvutilWriteADTS(&againBits, &h);
@@ -127,7 +131,8 @@ TEST(Aac, RealClipsMatchTheProbe)
         config += static_cast<char>(std::stoul(row[4].substr(i, 2), nullptr, 16));
     ASSERT_NE(dataFile(row[0]).find(config), std::string::npos);
     size_t bitsRead = 0;
-    EXPECT_EQ(probed(Bytes(config.begin(), config.end()), &bitsRead), Words(row.begin() + 1, row.begin() + 4));
+    EXPECT_EQ(probed(Bytes(config.begin(), config.end()), &bitsRead),
+              Words(row.begin() + 1, row.begin() + 4));
     EXPECT_EQ(bitsRead, 16u);
 }
 

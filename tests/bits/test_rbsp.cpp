@@ -67,7 +67,8 @@ TEST(Unescape, OnePassEqualsMovingTheRestDown)
             const size_t expectedCount = movingModel(expected, rule);
             Bytes got = input;
             ASSERT_EQ(qrv::removeEmulationPrevention(got.data(), got.size(), rule), expectedCount);
-            ASSERT_EQ(got, expected) << "rule " << rule.firstCandidate << "/" << rule.skipAfterRemoval;
+            ASSERT_EQ(got, expected)
+                << "rule " << rule.firstCandidate << "/" << rule.skipAfterRemoval;
         }
     }
 }
@@ -77,7 +78,8 @@ TEST(Unescape, KeptRulesDifferWhereTheyAlwaysHave)
     // The byte that slides in after a removal: the readers skip it and the
     // one after, the SEI cleaning examines the one after.
     Bytes reader = {9, 9, 9, 0, 0, 3, 0, 3, 0xAA};
-    EXPECT_EQ(qrv::removeEmulationPrevention(reader.data(), reader.size(), qrv::kRemoveEmulation), 1u);
+    EXPECT_EQ(qrv::removeEmulationPrevention(reader.data(), reader.size(), qrv::kRemoveEmulation),
+              1u);
     EXPECT_EQ(reader, (Bytes{9, 9, 9, 0, 0, 0, 3, 0xAA, 0xAA}));
     Bytes sei = {0, 0, 3, 0, 3, 0xAA};
     EXPECT_EQ(qrv::removeEmulationPrevention(sei.data(), sei.size(), qrv::kCleanSei), 2u);

@@ -30,7 +30,8 @@ Spans splitModel(const Bytes &b)
     std::vector<std::pair<uint64_t, uint64_t>> codes; // start, size
     for (uint64_t i = 0; i + 3 <= b.size(); ++i) {
         if (b[i] == 0 && b[i + 1] == 0 && b[i + 2] == 1) {
-            const bool four = i > 0 && b[i - 1] == 0 && (codes.empty() || codes.back().first + codes.back().second < i);
+            const bool four = i > 0 && b[i - 1] == 0 &&
+                              (codes.empty() || codes.back().first + codes.back().second < i);
             codes.emplace_back(four ? i - 1 : i, four ? 4 : 3);
             i += 2;
         }

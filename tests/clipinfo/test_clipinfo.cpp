@@ -41,7 +41,8 @@ struct Record {
         qrvInfoDelete(&info);
         for (int slot = 0; g != 0 && slot < QRVINFO_TEXT_SLOTS; ++slot)
             if (!sparse || slot % 3 != 0)
-                info.text[slot] = owned(slot == 13 ? "" : "g" + std::to_string(g) + ":" + std::to_string(slot));
+                info.text[slot] = owned(
+                    slot == 13 ? "" : "g" + std::to_string(g) + ":" + std::to_string(slot));
         for (int slot = 0; g != 0 && slot < QRVINFO_NUMERIC_SLOTS; ++slot)
             info.numeric[slot] = sparse && slot % 3 == 0 ? QRVINFO_NOT_SET : g * 100 + slot;
     }
@@ -56,8 +57,10 @@ Generations generationsIn(const QRVINFO &info)
     for (int slot = 0; slot < QRVINFO_NUMERIC_SLOTS; ++slot)
         seen.insert(info.numeric[slot] % 100 == unsigned(slot) ? info.numeric[slot] / 100 : 0);
     for (int slot = 5; slot < QRVINFO_TEXT_SLOTS; ++slot)
-        if (const char *t = info.text[slot]; slot != 13 && slot != 80 && slot != QRVINFO_TEXT_VERSION)
-            seen.insert(t && std::strstr(t, (":" + std::to_string(slot)).c_str()) ? std::atoi(t + 1) : 0);
+        if (const char *t = info.text[slot];
+            slot != 13 && slot != 80 && slot != QRVINFO_TEXT_VERSION)
+            seen.insert(t && std::strstr(t, (":" + std::to_string(slot)).c_str()) ? std::atoi(t + 1)
+                                                                                  : 0);
     EXPECT_STREQ(info.text[13], "");
     return seen;
 }
@@ -67,7 +70,9 @@ TEST(ClipInfo, DeleteResetsAndSetMergesByTheLocatorRule)
 {
     Record empty, dst(1), src(2, true);
     EXPECT_EQ(empty.info.numeric[27], QRVINFO_NOT_SET);
-    EXPECT_EQ(empty.info.numeric[0] | empty.info.numeric[2] | empty.info.numeric[5] | empty.info.numeric[6], 0u);
+    EXPECT_EQ(empty.info.numeric[0] | empty.info.numeric[2] | empty.info.numeric[5] |
+                  empty.info.numeric[6],
+              0u);
     EXPECT_EQ(empty.info.ReservedMax, 0x7FFFFFFFu);
 
     hostFree(dst.info.text[1]);
@@ -86,15 +91,25 @@ TEST(ClipInfo, DeleteResetsAndSetMergesByTheLocatorRule)
 TEST(ClipInfo, DescriptionsUseTheDisplayNumbering)
 {
     const std::pair<unsigned, const char *> cases[] = {
-        {13, "Comments"}, {14, "Owner"}, {44, "SpecialPlaybackRequirements"}, {78, "ProxyFile"},
-        {79, "Unk(79) "}, {4096, "Unk(4096) "}, {4097, "TimeCode"}, {4129, "CustomMetadataBlockType"},
-        {4130, "Unk(4130) "}, {0x1001E, "ResKorvane"}, {0x10022, "AudioBits"},
-        {0x10023, "Unk(65571) "}, {0x80000000u, "Unk(-2147483648) "},
+        {13, "Comments"},
+        {14, "Owner"},
+        {44, "SpecialPlaybackRequirements"},
+        {78, "ProxyFile"},
+        {79, "Unk(79) "},
+        {4096, "Unk(4096) "},
+        {4097, "TimeCode"},
+        {4129, "CustomMetadataBlockType"},
+        {4130, "Unk(4130) "},
+        {0x1001E, "ResKorvane"},
+        {0x10022, "AudioBits"},
+        {0x10023, "Unk(65571) "},
+        {0x80000000u, "Unk(-2147483648) "},
     };
     for (const auto &[index, name] : cases) {
         // Exactly the documented size, so the sanitizer build sees an overrun.
         std::unique_ptr<char[]> out(new char[QRVINFO_DESCRIPTION_SIZE]);
-        EXPECT_EQ(qrvInfoGetDescription(index, out.get()), name[std::strlen(name) - 1] == ' ' ? -1 : 0);
+        EXPECT_EQ(qrvInfoGetDescription(index, out.get()),
+                  name[std::strlen(name) - 1] == ' ' ? -1 : 0);
         EXPECT_STREQ(out.get(), name);
     }
 }
@@ -102,10 +117,17 @@ TEST(ClipInfo, DescriptionsUseTheDisplayNumbering)
 TEST(ClipInfo, TimecodeTypeFromText)
 {
     const std::pair<const char *, unsigned> cases[] = {
-        {"TcType=\"non-drop-frame\"", 4}, {"<clip tctype=xpal>", 8}, {"TcType=\"FILM\"", 1},
-        {"TcType=\"Film-Drop\"", 128},    {"TCTYPE='23.98'", 132},   {"TcType=\"59.94\"", 32},
-        {"TcType=\"50i\"", 16},           {"TcType=\"fil", 0},       {"TcType=", 0},
-        {"tcType=\"pal\"", 0},            {"TCTYPE=\"pal\" tctype=\"film\"", 1},
+        {"TcType=\"non-drop-frame\"", 4},
+        {"<clip tctype=xpal>", 8},
+        {"TcType=\"FILM\"", 1},
+        {"TcType=\"Film-Drop\"", 128},
+        {"TCTYPE='23.98'", 132},
+        {"TcType=\"59.94\"", 32},
+        {"TcType=\"50i\"", 16},
+        {"TcType=\"fil", 0},
+        {"TcType=", 0},
+        {"tcType=\"pal\"", 0},
+        {"TCTYPE=\"pal\" tctype=\"film\"", 1},
     };
     EXPECT_EQ(sqrvInfoFindTcType(nullptr), 0u);
     for (const auto &[text, type] : cases) {
@@ -135,7 +157,8 @@ const bool childMode = [] {
 FILE *startChild(unsigned generations)
 {
     const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-    return popen(("env QRV_CLIPINFO_CHILD=" + std::to_string(generations) + " '" + self + "'").c_str(), "r");
+    return popen(
+        ("env QRV_CLIPINFO_CHILD=" + std::to_string(generations) + " '" + self + "'").c_str(), "r");
 }
 
 // The last number a child printed before it ended.
@@ -148,7 +171,7 @@ unsigned lastPrinted(FILE *child, unsigned last = 0)
 
 // Each test gets a fresh per-user directory: an empty store and no user file.
 class ClipInfoStore : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         std::filesystem::remove_all(dir);
@@ -225,7 +248,8 @@ TEST_F(ClipInfoStore, AMarkedStoreLoadsInsteadOfBeingSeeded)
     EXPECT_STREQ(r.info.text[QRVINFO_TEXT_VERSION_STRING], "6.0.0.173"); // loaded, not seeded
     unsigned size = 0;
     EXPECT_NE(cfgValueString(QRV_CFG_DEFAULT, "Ovalbrook\\MetaData\\Default", "Title", nullptr,
-                             &size, QRV_CFG_READ), 0);
+                             &size, QRV_CFG_READ),
+              0);
 
     const std::string blocked = dir + "/file";
     std::ofstream(blocked) << "not a directory";
@@ -238,7 +262,8 @@ TEST_F(ClipInfoStore, AMarkedStoreLoadsInsteadOfBeingSeeded)
 TEST_F(ClipInfoStore, AMalformedUserFileIsNeverOverwritten)
 {
     Record r(4);
-    for (const char *bytes : {"<Config><Key Name=\"a\"></Config>", "<Config/>\ntail of an older file"}) {
+    for (const char *bytes :
+         {"<Config><Key Name=\"a\"></Config>", "<Config/>\ntail of an older file"}) {
         std::ofstream(userFile) << bytes;
         qrvInfoWriteReg(&r.info, 0, 1);
         qrvInfoReadReg(&r.info, 0, 1);
@@ -279,8 +304,8 @@ TEST_F(ClipInfoStore, AWriterKilledAgainAndAgainNeverLeavesAHalfWrittenRecord)
         close(acks[0]);
         const Generations seen = loaded();
         ASSERT_TRUE(seen == Generations{whole} || seen == Generations{underWay})
-            << "round " << round << ": " << seen.size() << " generations, first "
-            << *seen.begin() << ", last acknowledged " << whole;
+            << "round " << round << ": " << seen.size() << " generations, first " << *seen.begin()
+            << ", last acknowledged " << whole;
         whole = *seen.begin();
         next = underWay + 1;
     }

@@ -14,9 +14,17 @@ using Bytes = std::vector<uint8_t>;
 
 // Writes crafted fields with the library's own writer.
 class Bits {
-public:
-    Bits &u(int n, uint32_t v) { WriteBits(at(), n, v); return *this; }
-    Bits &ue(uint32_t v) { WriteExponentialGolombCode(at(), int32_t(v)); return *this; }
+  public:
+    Bits &u(int n, uint32_t v)
+    {
+        WriteBits(at(), n, v);
+        return *this;
+    }
+    Bits &ue(uint32_t v)
+    {
+        WriteExponentialGolombCode(at(), int32_t(v));
+        return *this;
+    }
     // The standard se(v) mapping (the library's signed writer has its own).
     Bits &se(int32_t v) { return ue(v <= 0 ? uint32_t(-2 * int64_t(v)) : uint32_t(2 * v - 1)); }
     Bits &stop() // rbsp_stop_one_bit and zero alignment
@@ -28,7 +36,7 @@ public:
     uintptr_t bitPos() const { return bs_.bit_pos; }
     Bytes bytes() const { return {buf_.begin(), buf_.begin() + (bs_.bit_pos + 7) / 8}; }
 
-private:
+  private:
     kx_bitstream *at() // the buffer is pointed at afresh, so that copies write their own
     {
         bs_.buffer = uintptr_t(buf_.data());

@@ -59,7 +59,8 @@ struct AccessUnit {
                 continue;
             const size_t stop = type == 6 ? u.end - 1 : u.end;
             EXPECT_TRUE(type != 6 || stream[stop] == 0x80);
-            stripped = concat({stripped, bytesOf(stream, u.field, stop), bytesOf(stream, u.end, next)});
+            stripped = concat(
+                {stripped, bytesOf(stream, u.field, stop), bytesOf(stream, u.end, next)});
         }
     }
 };
@@ -67,7 +68,9 @@ struct AccessUnit {
 std::vector<Bytes> without(std::vector<Bytes> units, std::initializer_list<int> types)
 {
     units.erase(std::remove_if(units.begin(), units.end(),
-                               [&](const Bytes &u) { return std::count(types.begin(), types.end(), u[0] & 0x1F) > 0; }),
+                               [&](const Bytes &u) {
+                                   return std::count(types.begin(), types.end(), u[0] & 0x1F) > 0;
+                               }),
                 units.end());
     for (Bytes &u : units)
         if ((u[0] & 0x1F) == 6)
@@ -97,8 +100,9 @@ TEST(AddNalUnits, StrippedParameterSetsAndStopBytesComeBack)
             EXPECT_EQ(f.bytes(), original) << what;
             const QRV_NAL_UNIT_COUNTS c = f.counts();
             EXPECT_EQ(c.units, au.units.size() - 2) << what;
-            EXPECT_EQ(c.closed_sei, size_t(std::count_if(au.units.begin(), au.units.end(),
-                                                         [](const Bytes &u) { return (u[0] & 0x1F) == 6; })))
+            EXPECT_EQ(c.closed_sei,
+                      size_t(std::count_if(au.units.begin(), au.units.end(),
+                                           [](const Bytes &u) { return (u[0] & 0x1F) == 6; })))
                 << what;
             EXPECT_GE(c.closed_sei, 1u) << what;
             EXPECT_EQ(c.inserted_sps + c.inserted_pps, 2u) << what;
@@ -135,8 +139,8 @@ struct Sets {
 TEST(AddNalUnits, PlacesUnitsAfterTheDelimiterAndLeavesOtherFramesAlone)
 {
     const Sets p;
-    const auto added = [&](const std::vector<Bytes> &units, const SPS_DECODED *sps, const PPS_DECODED *pps,
-                           bool codes) {
+    const auto added = [&](const std::vector<Bytes> &units, const SPS_DECODED *sps,
+                           const PPS_DECODED *pps, bool codes) {
         const Bytes in = codes ? framed(units, true) : framed(units, false);
         Frame f(in, in.size() + 200);
         const int n = f.add(sps, pps);
@@ -154,7 +158,8 @@ TEST(AddNalUnits, PlacesUnitsAfterTheDelimiterAndLeavesOtherFramesAlone)
                   expect({p.spsUnit, p.ppsUnit, kClosedSei, kIdr, kIdr}));
         // Null records insert nothing; frames without an IDR slice get only
         // their SEI closed.
-        EXPECT_EQ(added({kOpenSei, kIdr}, nullptr, &p.pps, codes), expect({p.ppsUnit, kClosedSei, kIdr}));
+        EXPECT_EQ(added({kOpenSei, kIdr}, nullptr, &p.pps, codes),
+                  expect({p.ppsUnit, kClosedSei, kIdr}));
         EXPECT_EQ(added({kOpenSei, kSlice, kOpenSei}, &p.sps, &p.pps, codes),
                   expect({kClosedSei, kSlice, kClosedSei}));
     }
@@ -215,11 +220,13 @@ TEST(AddNalUnits, EveryFailureLeavesTheFrameAsItWas)
     const Sets p;
     const Bytes frame = framed({kOpenSei, kIdr}, false);
     const size_t grown = frame.size() + 1 + 8 + p.spsUnit.size() + p.ppsUnit.size();
-    const auto unchanged = [&](Frame &f, int expected, const SPS_DECODED *sps, const PPS_DECODED *pps) {
+    const auto unchanged = [&](Frame &f, int expected, const SPS_DECODED *sps,
+                               const PPS_DECODED *pps) {
         std::memset(f.nb.storage, 0x5A, sizeof f.nb.storage);
         EXPECT_EQ(f.add(sps, pps), expected);
         EXPECT_EQ(f.bytes(), frame);
-        EXPECT_TRUE(std::all_of(f.nb.storage, f.nb.storage + sizeof f.nb.storage, [](uint8_t b) { return b == 0x5A; }));
+        EXPECT_TRUE(std::all_of(f.nb.storage, f.nb.storage + sizeof f.nb.storage,
+                                [](uint8_t b) { return b == 0x5A; }));
     };
     Frame tight(frame, grown - 1);
     unchanged(tight, QRV_E_ROOM, &p.sps, &p.pps);
@@ -265,7 +272,9 @@ Bytes makeAvcc(const Bytes &units, int *status = nullptr)
     if (size <= 0)
         return {};
     Bytes out(static_cast<size_t>(size));
-    EXPECT_EQ(qrvutilMakeAvcc(units.data(), uint32_t(units.size()), out.data(), uint32_t(out.size())), size);
+    EXPECT_EQ(
+        qrvutilMakeAvcc(units.data(), uint32_t(units.size()), out.data(), uint32_t(out.size())),
+        size);
     return out;
 }
 
@@ -300,7 +309,9 @@ TEST(MakeAvcc, RoomAndStatuses)
     const Bytes box = makeAvcc(units);
     ASSERT_FALSE(box.empty());
     Bytes out(box.size() - 1, 0xEE);
-    EXPECT_EQ(qrvutilMakeAvcc(units.data(), uint32_t(units.size()), out.data(), uint32_t(out.size())), QRV_E_ROOM);
+    EXPECT_EQ(
+        qrvutilMakeAvcc(units.data(), uint32_t(units.size()), out.data(), uint32_t(out.size())),
+        QRV_E_ROOM);
     EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == 0xEE; }));
 
     // A second, different PPS follows the first (a Main box: no trailer).

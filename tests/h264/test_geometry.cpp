@@ -13,11 +13,14 @@
 
 namespace {
 
-constexpr const char *kClips[] = {"baseline_cavlc", "main_cabac_b", "high_cqm", "mbaff",
-                                  "interlaced_frames", "slices4", "weightp", "hrd_vui",
-                                  "hi444_lossless10", "long_startcodes"};
+constexpr const char *kClips[] = {"baseline_cavlc",    "main_cabac_b",   "high_cqm", "mbaff",
+                                  "interlaced_frames", "slices4",        "weightp",  "hrd_vui",
+                                  "hi444_lossless10",  "long_startcodes"};
 
-std::string clipPath(const std::string &clip) { return std::string(QRV_TEST_DATA_DIR) + "/h264/" + clip + ".h264"; }
+std::string clipPath(const std::string &clip)
+{
+    return std::string(QRV_TEST_DATA_DIR) + "/h264/" + clip + ".h264";
+}
 
 // The first SPS of the clip, as the library reads it.
 SPS_DECODED clipSps(const std::string &clip)
@@ -30,10 +33,11 @@ SPS_DECODED clipSps(const std::string &clip)
 
 // ffprobe's JSON for the clip's one stream; values are read by key.
 class Probe {
-public:
+  public:
     explicit Probe(const std::string &clip)
     {
-        const std::string cmd = std::string(QRV_FFPROBE) + " -v error -show_streams -of json '" + clipPath(clip) + "'";
+        const std::string cmd = std::string(QRV_FFPROBE) + " -v error -show_streams -of json '" +
+                                clipPath(clip) + "'";
         if (FILE *p = popen(cmd.c_str(), "r")) {
             char buf[4096];
             for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;)
@@ -48,13 +52,19 @@ public:
         return std::regex_search(json_, m, value) ? m[1].str() : "(missing " + key + ")";
     }
 
-private:
+  private:
     std::string json_;
 };
 
-std::string ratio(uint32_t num, uint32_t den, const char *sep) { return std::to_string(num) + sep + std::to_string(den); }
+std::string ratio(uint32_t num, uint32_t den, const char *sep)
+{
+    return std::to_string(num) + sep + std::to_string(den);
+}
 
-std::string roundedToMacroblocks(const std::string &size) { return std::to_string((std::stoul(size) + 15) / 16 * 16); }
+std::string roundedToMacroblocks(const std::string &size)
+{
+    return std::to_string((std::stoul(size) + 15) / 16 * 16);
+}
 
 // The sampling part of ffprobe's pixel format ("yuvj420p" is full-range 4:2:0).
 std::string sampling(const QRV_H264_GEOMETRY &g)
@@ -81,8 +91,9 @@ TEST(Geometry, EveryClipAgreesWithFfprobe)
         EXPECT_EQ(std::to_string(g.coded_height), roundedToMacroblocks(probe["coded_height"]));
         EXPECT_EQ(g.profile_name, probe["profile"]);
         EXPECT_EQ(std::to_string(sps.level_idc), probe["level"]);
-        EXPECT_EQ(g.level_text, std::to_string(sps.level_idc / 10) +
-                                    (sps.level_idc % 10 ? "." + std::to_string(sps.level_idc % 10) : ""));
+        EXPECT_EQ(g.level_text,
+                  std::to_string(sps.level_idc / 10) +
+                      (sps.level_idc % 10 ? "." + std::to_string(sps.level_idc % 10) : ""));
         EXPECT_EQ(ratio(g.sar_num, g.sar_den, ":"), probe["sample_aspect_ratio"]);
         EXPECT_EQ(ratio(g.fps_num, g.fps_den, "/"), probe["r_frame_rate"]);
         EXPECT_EQ(ratio(g.fps_num, g.fps_den, "/"), probe["avg_frame_rate"]);
@@ -166,7 +177,8 @@ TEST(Geometry, AspectRatioAndFrameRate)
     QRV_H264_GEOMETRY g = geometryOf(s);
     EXPECT_EQ(ratio(g.sar_num, g.sar_den, ":") + " " + ratio(g.fps_num, g.fps_den, "/"), "0:0 0/0");
 
-    s.vui_parameters_present_flag = s.aspect_ratio_info_present_flag = s.timing_info_present_flag = 1;
+    s.vui_parameters_present_flag = s.aspect_ratio_info_present_flag = s.timing_info_present_flag =
+        1;
     const struct {
         int32_t idc, w, h, units, scale;
         const char *expected;
@@ -174,7 +186,7 @@ TEST(Geometry, AspectRatioAndFrameRate)
         {16, 0, 0, 1001, 60000, "2:1 30000/1001"},
         {13, 0, 0, 1, 50, "160:99 25/1"},
         {255, 1440, 1080, 1, 120, "4:3 60/1"},
-        {255, 0, 1, 0, 50, "0:0 0/0"},  // a zero term is no ratio, a zero tick no rate
+        {255, 0, 1, 0, 50, "0:0 0/0"},         // a zero term is no ratio, a zero tick no rate
         {17, 0, 0, -1, 2, "0:0 1/4294967295"}, // reserved idc; ticks are unsigned
     };
     for (const auto &c : cases) {
@@ -184,7 +196,8 @@ TEST(Geometry, AspectRatioAndFrameRate)
         s.num_units_in_tick = c.units;
         s.time_scale = c.scale;
         g = geometryOf(s);
-        EXPECT_EQ(ratio(g.sar_num, g.sar_den, ":") + " " + ratio(g.fps_num, g.fps_den, "/"), c.expected);
+        EXPECT_EQ(ratio(g.sar_num, g.sar_den, ":") + " " + ratio(g.fps_num, g.fps_den, "/"),
+                  c.expected);
     }
 }
 
@@ -227,7 +240,8 @@ TEST(Geometry, RecordsItCannotDescribeLeaveTheResultUntouched)
         void (*spoil)(SPS_DECODED &);
         int status;
     } cases[] = {
-        {[](SPS_DECODED &s) { s.profile_idc = 138; }, QRV_E_UNSUPPORTED}, // read without its chroma syntax
+        {[](SPS_DECODED &s) { s.profile_idc = 138; },
+         QRV_E_UNSUPPORTED}, // read without its chroma syntax
         {[](SPS_DECODED &s) { s.profile_idc = 0; }, QRV_E_UNSUPPORTED},
         {[](SPS_DECODED &s) { s.level_idc = 0; }, QRV_E_RANGE},
         {[](SPS_DECODED &s) { s.chroma_format_idc = 4; }, QRV_E_RANGE},

@@ -8,7 +8,10 @@
 
 namespace {
 
-kx_bitstream over(Bytes &bytes, uintptr_t bits) { return {uintptr_t(bytes.data()), bits / 8, bits, 0}; }
+kx_bitstream over(Bytes &bytes, uintptr_t bits)
+{
+    return {uintptr_t(bytes.data()), bits / 8, bits, 0};
+}
 
 TEST(BitReader, ReadsThroughBitEndThenAnswersMinusOne)
 {
@@ -70,8 +73,10 @@ TEST(BitWriter, WritesTheLibrarysCodes)
     EXPECT_EQ(written(WriteExponentialGolombCode, 0), "1");
     EXPECT_EQ(written(WriteExponentialGolombCode, 254), "000000011111111");
     // The top tier counts 48 where 24 is due: 24 zeros too many.
-    EXPECT_EQ(written(WriteExponentialGolombCode, 0xFFFFFF), std::string(72, '0') + "1" + std::string(24, '0'));
-    const std::pair<int32_t, const char *> signedCodes[] = {{-1, "011"}, {0, "011"}, {1, "00101"}, {-2, "00101"}};
+    EXPECT_EQ(written(WriteExponentialGolombCode, 0xFFFFFF),
+              std::string(72, '0') + "1" + std::string(24, '0'));
+    const std::pair<int32_t, const char *> signedCodes[] = {
+        {-1, "011"}, {0, "011"}, {1, "00101"}, {-2, "00101"}};
     for (const auto &[v, code] : signedCodes)
         EXPECT_EQ(written(WriteExponentialGolombCodeSigned, v), code) << v;
 
@@ -168,7 +173,8 @@ TEST(EmulationPrevention, StartsAtByteThreeAndRepeatsTheLastByte)
 }
 
 // A CABAC PPS up to its optional tail; `groups` writes the slice-group syntax.
-Bits pps(uint32_t groupsMinus1 = 0, void (*groups)(Bits &) = [](Bits &) {})
+Bits pps(
+    uint32_t groupsMinus1 = 0, void (*groups)(Bits &) = [](Bits &) {})
 {
     Bits b;
     groups(b.u(8, 0x68).ue(0).ue(0).u(1, 1).u(1, 0).ue(groupsMinus1));
@@ -203,18 +209,24 @@ TEST(PictureParameterSet, OptionalTailByLookAhead)
 
 TEST(PictureParameterSet, SliceGroupListsStopAtTheRecordsEnd)
 {
-    PPS_DECODED p = decodePps(pps(9, [](Bits &b) { // ten runs, two more than the record holds
-                                  b.ue(0);
-                                  for (uint32_t i = 0; i < 10; ++i)
-                                      b.ue(i);
-                              }).stop().bytes());
+    PPS_DECODED p = decodePps(pps(9,
+                                  [](Bits &b) { // ten runs, two more than the record holds
+                                      b.ue(0);
+                                      for (uint32_t i = 0; i < 10; ++i)
+                                          b.ue(i);
+                                  })
+                                  .stop()
+                                  .bytes());
     EXPECT_EQ(p.run_length_minus1[7], 7);
     EXPECT_EQ(p.chroma_qp_index_offset, -2);
-    p = decodePps(pps(2, [](Bits &b) { // 300 map units of 3 groups, 2 bits each
-                      b.ue(6).ue(299);
-                      for (uint32_t i = 0; i < 300; ++i)
-                          b.u(2, i % 3);
-                  }).stop().bytes());
+    p = decodePps(pps(2,
+                      [](Bits &b) { // 300 map units of 3 groups, 2 bits each
+                          b.ue(6).ue(299);
+                          for (uint32_t i = 0; i < 300; ++i)
+                              b.u(2, i % 3);
+                      })
+                      .stop()
+                      .bytes());
     EXPECT_EQ(p.slice_group_id[254], 2);
     EXPECT_EQ(p.slice_group_id[255], 0);
     EXPECT_EQ(p.chroma_qp_index_offset, -2);

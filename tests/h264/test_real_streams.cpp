@@ -15,9 +15,9 @@
 
 namespace {
 
-constexpr const char *kClips[] = {"baseline_cavlc", "main_cabac_b", "high_cqm", "mbaff",
-                                  "interlaced_frames", "slices4", "weightp", "hrd_vui",
-                                  "hi444_lossless10", "long_startcodes"};
+constexpr const char *kClips[] = {"baseline_cavlc",    "main_cabac_b",   "high_cqm", "mbaff",
+                                  "interlaced_frames", "slices4",        "weightp",  "hrd_vui",
+                                  "hi444_lossless10",  "long_startcodes"};
 
 Bytes readFile(const std::string &path) // below the test data folder
 {
@@ -26,7 +26,10 @@ Bytes readFile(const std::string &path) // below the test data folder
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::istringstream textOf(const Bytes &bytes) { return std::istringstream(std::string(bytes.begin(), bytes.end())); }
+std::istringstream textOf(const Bytes &bytes)
+{
+    return std::istringstream(std::string(bytes.begin(), bytes.end()));
+}
 
 // 32-bit field index by element name ("x", "x[i]", "x[i][j]"); "#fields"
 // holds the record's size.
@@ -46,7 +49,9 @@ std::map<std::string, Layout> readLayouts()
     const auto count = [&](const std::ssub_match &m) {
         return !m.matched ? 1 : defines.count(m) ? defines[m] : std::stoul(m);
     };
-    const auto at = [](const std::ssub_match &m, size_t i) { return m.matched ? "[" + std::to_string(i) + "]" : ""; };
+    const auto at = [](const std::ssub_match &m, size_t i) {
+        return m.matched ? "[" + std::to_string(i) + "]" : "";
+    };
     std::smatch m;
     for (std::string line; std::getline(in, line);) {
         if (std::regex_search(line, m, define)) {
@@ -101,17 +106,19 @@ const std::string kMarkingAndAfter =
     " no_output_of_prior_pics_flag long_term_reference_flag adaptive_ref_pic_marking_mode_flag "
     "memory_management_control_operation difference_of_pic_nums_minus1 long_term_frame_idx "
     "max_long_term_frame_idx_plus1 cabac_init_idc slice_qp_delta sp_for_switch_flag slice_qs_delta "
-    "disable_deblocking_filter_idc slice_alpha_c0_offset_div2 slice_beta_offset_div2 slice_group_change_cycle ";
+    "disable_deblocking_filter_idc slice_alpha_c0_offset_div2 slice_beta_offset_div2 "
+    "slice_group_change_cycle ";
 // qrvutilFix_SliceHeader starts after the NAL header byte.
 const std::string kNalHeader = " forbidden_zero_bit nal_ref_idc nal_unit_type ";
 
 template <typename Record>
-void expectFields(const Record &record, const Layout &layout, const Fields &fields, const std::string &what,
-                  const std::string &skip = "")
+void expectFields(const Record &record, const Layout &layout, const Fields &fields,
+                  const std::string &what, const std::string &skip = "")
 {
     const auto *values = reinterpret_cast<const int32_t *>(&record);
     for (const auto &[name, value] : fields) {
-        if (name == "slice_index" || skip.find(" " + name.substr(0, name.find('[')) + " ") != std::string::npos)
+        if (name == "slice_index" ||
+            skip.find(" " + name.substr(0, name.find('[')) + " ") != std::string::npos)
             continue;
         const auto at = layout.find(name);
         ASSERT_NE(at, layout.end()) << what << ": no field for " << name;
@@ -150,12 +157,16 @@ Clip split(const Bytes &stream)
     return c;
 }
 
-Bytes clipFile(const std::string &clip, const char *kind) { return readFile("h264/" + clip + kind); }
+Bytes clipFile(const std::string &clip, const char *kind)
+{
+    return readFile("h264/" + clip + kind);
+}
 
 TEST(RealStreams, HeadersMatchTheTraceTables)
 {
     auto layouts = readLayouts();
-    const Layout &sps = layouts["SPS_DECODED"], &pps = layouts["PPS_DECODED"], &slice = layouts["SLICE_HEADER"];
+    const Layout &sps = layouts["SPS_DECODED"], &pps = layouts["PPS_DECODED"],
+                 &slice = layouts["SLICE_HEADER"];
     EXPECT_EQ(sps.at("#fields") * 4, sizeof(SPS_DECODED));
     EXPECT_EQ(pps.at("#fields") * 4, sizeof(PPS_DECODED));
     EXPECT_EQ(slice.at("#fields") * 4, sizeof(SLICE_HEADER));
@@ -171,7 +182,8 @@ TEST(RealStreams, HeadersMatchTheTraceTables)
         // 4:2:0 and "8" for both depth fields, where the syntax implies 0.
         const bool implied = s.profile_idc == 66 || s.profile_idc == 77;
         EXPECT_TRUE(!implied || (s.chroma_format_idc == 1 && s.bit_depth_luma_minus8 == 8 &&
-                                 s.bit_depth_chroma_minus8 == 8)) << name;
+                                 s.bit_depth_chroma_minus8 == 8))
+            << name;
         std::vector<Bytes> sliceUnits;
         std::copy_if(clip.units.begin(), clip.units.end(), std::back_inserter(sliceUnits),
                      [](const Bytes &u) { return (u[0] & 0x1F) >= 1 && (u[0] & 0x1F) <= 5; });
@@ -183,7 +195,8 @@ TEST(RealStreams, HeadersMatchTheTraceTables)
             SLICE_HEADER read{}, fixed{};
             kx_bitstream bs = unit.reader();
             qrvutilRead_SliceHeader(&bs, &read, &s, &p, type);
-            expectFields(read, slice, fields, name + " read " + block, nalRefIdc ? kMarkingAndAfter : "");
+            expectFields(read, slice, fields, name + " read " + block,
+                         nalRefIdc ? kMarkingAndAfter : "");
             // Fix reads the marking too, from the bytes as they are.
             bs = unit.reader();
             bs.bit_pos = 8;
@@ -195,7 +208,8 @@ TEST(RealStreams, HeadersMatchTheTraceTables)
     EXPECT_GE(slices, 30);
 }
 
-void expectAvccGives(const Bytes &box, const SPS_DECODED &sps, const PPS_DECODED &pps, const std::string &what)
+void expectAvccGives(const Bytes &box, const SPS_DECODED &sps, const PPS_DECODED &pps,
+                     const std::string &what)
 {
     const AvccRead r(box);
     EXPECT_EQ(r.result, 0) << what;
@@ -289,7 +303,8 @@ TEST(RealStreams, DecodersSurviveTruncatedAndBitFlippedCopies)
             Bytes s = stream, a = avcc;
             for (int flips = 1 + rng() % 16; flips > 0; --flips) {
                 // Flips land in the headers near the front more often.
-                s[rng() % ((rng() & 1) ? std::min<size_t>(s.size(), 64) : s.size())] ^= uint8_t(1u << (rng() % 8));
+                s[rng() % ((rng() & 1) ? std::min<size_t>(s.size(), 64) : s.size())] ^= uint8_t(
+                    1u << (rng() % 8));
                 a[rng() % a.size()] ^= uint8_t(1u << (rng() % 8));
             }
             runDecoders(s, a);

@@ -24,7 +24,8 @@ const Bytes kSlice = {0x65, 0x88, 0x84, 0x00, 0x77, 0xFF, 0xFE, 0xF7, 0x4E};
 int stepwiseMarkerToSize(Bytes &buf, long len)
 {
     const auto code = [&](long p, int zeros) {
-        return std::all_of(&buf[p], &buf[p + zeros], [](uint8_t b) { return b == 0; }) && buf[p + zeros] == 1;
+        return std::all_of(&buf[p], &buf[p + zeros], [](uint8_t b) { return b == 0; }) &&
+               buf[p + zeros] == 1;
     };
     for (long prev = -1, p = 0; p < len;) {
         const bool last = p > len - 4;
@@ -89,14 +90,20 @@ TEST(MarkerToSize, MatchesStepwiseConversion)
 
 TEST(SizeToMarker, StopsAtZeroOrOverrunningLengths)
 {
-    const struct { Bytes in; unsigned result; Bytes out; } cases[] = {
+    const struct {
+        Bytes in;
+        unsigned result;
+        Bytes out;
+    } cases[] = {
         {{0, 0, 0, 0, 0x65, 1}, 0, {0, 0, 0, 0, 0x65, 1}},
         {{0, 0, 0, 9, 0x65, 1, 2}, 7, {0, 0, 0, 9, 0x65, 1, 2}}, // overrun: untouched
         {{0, 0, 0, 1, 0x65, 1, 2}, 7, {0, 0, 0, 1, 0x65, 1, 2}}, // already start codes
         // A zero field ends the data; earlier conversions stay made, also
         // before an overrunning field or a partial one.
         {{0, 0, 0, 2, 9, 16, 0, 0, 0, 0, 0x65}, 6, {0, 0, 0, 1, 9, 16, 0, 0, 0, 0, 0x65}},
-        {{0, 0, 0, 2, 9, 16, 0xFF, 0xFF, 0xFF, 0xFF, 0x65}, 11, {0, 0, 0, 1, 9, 16, 0xFF, 0xFF, 0xFF, 0xFF, 0x65}},
+        {{0, 0, 0, 2, 9, 16, 0xFF, 0xFF, 0xFF, 0xFF, 0x65},
+         11,
+         {0, 0, 0, 1, 9, 16, 0xFF, 0xFF, 0xFF, 0xFF, 0x65}},
         {{0, 0, 0, 3, 9, 16, 17, 0, 0}, 9, {0, 0, 0, 1, 9, 16, 17, 0, 0}},
         {{0, 0}, 2, {0, 0}},
     };
@@ -135,12 +142,17 @@ TEST(GetAvcc, StridesByTheFirstUnitsLength)
     // SPS of 6 bytes, PPS of 4: the PPS entry takes 6 bytes, running into
     // the next unit's field.
     EXPECT_EQ(writeAvcc(framed({kOtherSps, {0x68, 0xCE, 0x3C, 0x80}, {0x65, 0x88}}, false)),
-              concat({boxHeader(31, {0x42, 0xC0, 0x1E}), {0, 6}, kOtherSps, {1, 0, 6, 0x68, 0xCE, 0x3C, 0x80, 0, 0}}));
+              concat({boxHeader(31, {0x42, 0xC0, 0x1E}),
+                      {0, 6},
+                      kOtherSps,
+                      {1, 0, 6, 0x68, 0xCE, 0x3C, 0x80, 0, 0}}));
     // Start codes: the first unit is measured and its length kept.
     EXPECT_EQ(writeAvcc(framed({{0x67, 0x42, 0xC0, 0x1E}, {0x68, 0xCE}, {0x65, 0x88, 0x84}}, true)),
-              concat({boxHeader(27, {0x42, 0xC0, 0x1E}), {0, 4, 0x67, 0x42, 0xC0, 0x1E, 1, 0, 4, 0x68, 0xCE, 0, 0}}));
+              concat({boxHeader(27, {0x42, 0xC0, 0x1E}),
+                      {0, 4, 0x67, 0x42, 0xC0, 0x1E, 1, 0, 4, 0x68, 0xCE, 0, 0}}));
     // A measured length of 1 is measured again at the next unit.
-    const Bytes box = writeAvcc(framed({{0x09}, {0x67, 0x42, 0xC0, 0x1E}, {0x68, 0xCE}, {0x65}}, true));
+    const Bytes box = writeAvcc(
+        framed({{0x09}, {0x67, 0x42, 0xC0, 0x1E}, {0x68, 0xCE}, {0x65}}, true));
     EXPECT_EQ(Bytes(box.begin(), box.begin() + 14), boxHeader(27, {0x42, 0xC0, 0x1E}));
     // A PPS met first is written first; profile bytes past the buffer end
     // read as 0.
@@ -150,7 +162,8 @@ TEST(GetAvcc, StridesByTheFirstUnitsLength)
 
 Bytes avccBox(const std::vector<Bytes> &spsList, const std::vector<Bytes> &ppsList)
 {
-    Bytes box = {0, 0, 0, 0, 'a', 'v', 'c', 'C', 1, 0x4d, 0x40, 0x0a, 0xFF, uint8_t(0xE0 | spsList.size())};
+    Bytes box = {0,   0, 0,    0,    'a',  'v',  'c',
+                 'C', 1, 0x4d, 0x40, 0x0a, 0xFF, uint8_t(0xE0 | spsList.size())};
     for (const auto *list : {&spsList, &ppsList}) {
         if (list == &ppsList)
             box.push_back(uint8_t(ppsList.size()));
@@ -189,7 +202,8 @@ TEST(FindNalUnits, CountsUnitsOfEitherFramingUntilOneOverruns)
 {
     // Fields are read afresh, so the framing may change mid-stream; a later
     // SPS wins, but the last start-code unit is neither counted nor decoded.
-    Bytes mixed = concat({framed({kOtherSps, kAud, kMainSps}, false), framed({kMainPps, kSlice, kOtherSps}, true)});
+    Bytes mixed = concat(
+        {framed({kOtherSps, kAud, kMainSps}, false), framed({kMainPps, kSlice, kOtherSps}, true)});
     const Walk w = walk(mixed);
     EXPECT_EQ(w.count, 5);
     EXPECT_TRUE(sameRecord(w.sps, decodeSps(kMainSps)));

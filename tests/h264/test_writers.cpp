@@ -141,7 +141,10 @@ TEST(Writers, SignedCodesScalingListsAndPocCycleAsTheReadersTakeThem)
 
 struct Random {
     std::mt19937 rng;
-    int32_t in(int64_t lo, int64_t hi) { return int32_t(std::uniform_int_distribution<int64_t>(lo, hi)(rng)); }
+    int32_t in(int64_t lo, int64_t hi)
+    {
+        return int32_t(std::uniform_int_distribution<int64_t>(lo, hi)(rng));
+    }
     int32_t flag() { return in(0, 1); }
     int32_t ue() { return in(0, 3) ? in(0, 300) : int32_t(uint32_t(in(0, 0xFFFFFFFEll))); }
     void list(int32_t *l, int size)
@@ -176,7 +179,8 @@ struct Random {
 // A record as the reader leaves it: absent syntax 0, implied values set.
 SPS_DECODED randomSps(Random &r)
 {
-    static const int32_t profiles[] = {66, 77, 88, 100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 144};
+    static const int32_t profiles[] = {66, 77, 88, 100, 110, 122, 244,
+                                       44, 83, 86, 118, 128, 138, 144};
     SPS_DECODED s{};
     s.nal_ref_idc = r.in(0, 3);
     s.nal_unit_type = 7;
@@ -223,7 +227,8 @@ SPS_DECODED randomSps(Random &r)
     s.rbsp_stop_one_bit = 1;
     if (!(s.vui_parameters_present_flag = r.flag()))
         return s;
-    if ((s.aspect_ratio_info_present_flag = r.flag()) && (s.aspect_ratio_idc = r.in(0, 255)) == 255) {
+    if ((s.aspect_ratio_info_present_flag = r.flag()) &&
+        (s.aspect_ratio_idc = r.in(0, 255)) == 255) {
         s.sar_width = r.in(0, 65535);
         s.sar_height = r.in(0, 65535);
     }
@@ -288,7 +293,9 @@ PPS_DECODED randomPps(Random &r)
                 p.bottom_right[i] = r.ue();
             }
             break;
-        case 3: case 4: case 5:
+        case 3:
+        case 4:
+        case 5:
             p.slice_group_change_direction_flag = r.flag();
             p.slice_group_change_rate_minus1 = r.ue();
             break;
@@ -330,13 +337,16 @@ TEST(Writers, RandomRecordsReadBackEqualAndValidate)
         const Bytes spsUnit = writeUnit(qrvutilWrite_SPS, sps);
         ASSERT_FALSE(spsUnit.empty()) << round;
         ASSERT_TRUE(sameRecord(decodeSps(spsUnit), sps)) << round;
-        EXPECT_EQ(qrvutilValidate_SPS(spsUnit.data(), uint32_t(spsUnit.size()), why, sizeof why), 0) << why;
+        EXPECT_EQ(qrvutilValidate_SPS(spsUnit.data(), uint32_t(spsUnit.size()), why, sizeof why), 0)
+            << why;
 
         const PPS_DECODED pps = randomPps(r);
         const Bytes ppsUnit = writeUnit(qrvutilWrite_PPS, pps);
         ASSERT_FALSE(ppsUnit.empty()) << round;
-        const int valid = qrvutilValidate_PPS(ppsUnit.data(), uint32_t(ppsUnit.size()), why, sizeof why);
-        if (valid == QRV_E_UNSUPPORTED) { // kept reading rules read it otherwise; validation says so
+        const int valid = qrvutilValidate_PPS(ppsUnit.data(), uint32_t(ppsUnit.size()), why,
+                                              sizeof why);
+        if (valid ==
+            QRV_E_UNSUPPORTED) { // kept reading rules read it otherwise; validation says so
             EXPECT_FALSE(sameRecord(decodePps(ppsUnit), pps)) << round;
             ++skipped;
             continue;
@@ -344,7 +354,8 @@ TEST(Writers, RandomRecordsReadBackEqualAndValidate)
         EXPECT_EQ(valid, 0) << why;
         const PPS_DECODED back = decodePps(ppsUnit);
         for (size_t i = 0; i < sizeof back / 4; ++i)
-            ASSERT_EQ(reinterpret_cast<const int32_t *>(&back)[i], reinterpret_cast<const int32_t *>(&pps)[i])
+            ASSERT_EQ(reinterpret_cast<const int32_t *>(&back)[i],
+                      reinterpret_cast<const int32_t *>(&pps)[i])
                 << "round " << round << " field " << i;
     }
     EXPECT_LT(skipped, 300);
@@ -394,22 +405,26 @@ TEST(Validation, ReasonsNameTheElementAndTheBit)
     ASSERT_NE(std::search(good.begin(), good.end(), escape.begin(), escape.end()), good.end());
     v = validate(qrvutilValidate_SPS, concat({good, {0x80}}));
     EXPECT_EQ(v.status, QRV_E_SYNTAX);
-    EXPECT_EQ(v.reason, "rbsp_trailing_bits: data follows them at bit " + std::to_string(good.size() * 8));
+    EXPECT_EQ(v.reason,
+              "rbsp_trailing_bits: data follows them at bit " + std::to_string(good.size() * 8));
 
-    Bytes pps = Bits().u(8, 0x68).ue(0).ue(0).u(1, 0).u(1, 0).ue(0).ue(0).ue(0).u(1, 0).u(2, 3).bytes();
+    Bytes pps =
+        Bits().u(8, 0x68).ue(0).ue(0).u(1, 0).u(1, 0).ue(0).ue(0).ue(0).u(1, 0).u(2, 3).bytes();
     v = validate(qrvutilValidate_PPS, pps);
     EXPECT_EQ(v.status, QRV_E_RANGE);
     EXPECT_EQ(v.reason, "weighted_bipred_idc: 3 is outside 0..2 at bit 16");
     v = validate(qrvutilValidate_PPS, Bytes{0x67, 0x88});
     EXPECT_EQ(v.status, QRV_E_SYNTAX);
     EXPECT_EQ(v.reason, "nal_unit_type: 7 where 8 belongs at bit 3");
-    v = validate(qrvutilValidate_PPS, Bytes{0x68, 0xCE, 0x38, 0x00}); // a zero byte for the stop bit
+    v = validate(qrvutilValidate_PPS,
+                 Bytes{0x68, 0xCE, 0x38, 0x00}); // a zero byte for the stop bit
     EXPECT_EQ(v.status, QRV_E_SYNTAX);
     EXPECT_EQ(v.reason, "rbsp_stop_one_bit: 0 where the stop bit belongs at bit 24");
 
     // A reason cut to its room stays terminated; no room, no reason.
     char tiny[8];
-    EXPECT_EQ(qrvutilValidate_PPS(pps.data(), uint32_t(pps.size()), tiny, sizeof tiny), QRV_E_RANGE);
+    EXPECT_EQ(qrvutilValidate_PPS(pps.data(), uint32_t(pps.size()), tiny, sizeof tiny),
+              QRV_E_RANGE);
     EXPECT_STREQ(tiny, "weighte");
     EXPECT_EQ(qrvutilValidate_PPS(pps.data(), uint32_t(pps.size()), nullptr, 0), QRV_E_RANGE);
     EXPECT_EQ(qrvutilValidate_SPS(nullptr, 4, tiny, sizeof tiny), QRV_E_ARGUMENT);
@@ -420,10 +435,23 @@ TEST(Validation, BytePatternsNoUnitHolds)
     // pic_width_in_mbs_minus1 = 2^15 - 1 puts 00 00 80 at bytes 5-7 of an
     // otherwise valid unit; a 03 there is an escape followed by 80.
     const Bytes plain = Bits()
-                            .u(8, 0x67).u(8, 66).u(8, 0).u(8, 30)
-                            .ue(0).ue(0).ue(2).ue(1).u(1, 0)
-                            .ue(32767).ue(0).u(1, 1).u(1, 1).u(1, 0).u(1, 0)
-                            .stop().bytes();
+                            .u(8, 0x67)
+                            .u(8, 66)
+                            .u(8, 0)
+                            .u(8, 30)
+                            .ue(0)
+                            .ue(0)
+                            .ue(2)
+                            .ue(1)
+                            .u(1, 0)
+                            .ue(32767)
+                            .ue(0)
+                            .u(1, 1)
+                            .u(1, 1)
+                            .u(1, 0)
+                            .u(1, 0)
+                            .stop()
+                            .bytes();
     ASSERT_EQ(Bytes(plain.begin() + 5, plain.begin() + 8), Bytes({0x00, 0x00, 0x80}));
     ASSERT_EQ(validate(qrvutilValidate_SPS, plain).status, 0);
     Bytes escaped = plain;
@@ -434,9 +462,11 @@ TEST(Validation, BytePatternsNoUnitHolds)
 
     // A unit whose escape went missing reads the same, and holds a start
     // code or 00 00 00.
-    const Bytes good = writeUnit(qrvutilWrite_SPS, decodeSps(firstUnit(clipBytes("hrd_vui", ".h264"), 7)));
+    const Bytes good = writeUnit(qrvutilWrite_SPS,
+                                 decodeSps(firstUnit(clipBytes("hrd_vui", ".h264"), 7)));
     const Bytes escape = {0, 0, 3};
-    const size_t at = size_t(std::search(good.begin(), good.end(), escape.begin(), escape.end()) - good.begin());
+    const size_t at = size_t(std::search(good.begin(), good.end(), escape.begin(), escape.end()) -
+                             good.begin());
     ASSERT_LT(at, good.size());
     Bytes bare = good;
     bare.erase(bare.begin() + long(at) + 2);
@@ -444,8 +474,8 @@ TEST(Validation, BytePatternsNoUnitHolds)
     EXPECT_EQ(v.status, QRV_E_SYNTAX);
     char expected[96];
     std::snprintf(expected, sizeof expected,
-                  "emulation_prevention_three_byte: missing from 00 00 %02X at byte %zu at bit %zu", bare[at + 2],
-                  at, at * 8);
+                  "emulation_prevention_three_byte: missing from 00 00 %02X at byte %zu at bit %zu",
+                  bare[at + 2], at, at * 8);
     EXPECT_EQ(v.reason, expected);
     // Whatever the unit holds after it: 00 00 01 and 00 00 02 too.
     for (uint8_t b : {0x01, 0x02}) {
@@ -498,7 +528,8 @@ std::string run(const std::string &command)
 std::vector<std::string> frameHashes(const std::string &file)
 {
     std::vector<std::string> hashes;
-    std::istringstream lines(run("ffmpeg -hide_banner -loglevel error -i '" + file + "' -f framemd5 - 2>&1"));
+    std::istringstream lines(
+        run("ffmpeg -hide_banner -loglevel error -i '" + file + "' -f framemd5 - 2>&1"));
     for (std::string line; std::getline(lines, line);)
         if (!line.empty() && line[0] != '#')
             hashes.push_back(line.substr(line.rfind(',') + 1));
@@ -528,17 +559,21 @@ TEST(Writers, RewrittenVuiIsReadByFfmpegAndDecodesToTheSameFrames)
     sps.num_units_in_tick = 1001;
     sps.time_scale = 60000;
     sps.fixed_frame_rate_flag = 1;
-    const Bytes rewritten = concat({bytesOf(stream, 0, spsAt.payload), writeUnit(qrvutilWrite_SPS, sps),
+    const Bytes rewritten = concat({bytesOf(stream, 0, spsAt.payload),
+                                    writeUnit(qrvutilWrite_SPS, sps),
                                     bytesOf(stream, spsAt.end, stream.size())});
     const std::string original = std::string(QRV_TEST_DATA_DIR) + "/h264/main_cabac_b.h264";
     const std::string file = std::string(QRV_TEST_TMP_DIR) + "/vui_rewrite.h264";
-    std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char *>(rewritten.data()), long(rewritten.size()));
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char *>(rewritten.data()), long(rewritten.size()));
 
-    const std::string trace = run("ffmpeg -hide_banner -i '" + file + "' -c copy -bsf:v trace_headers -f null - 2>&1");
-    for (const char *field : {"sar_width +[01]+ = 16", "sar_height +[01]+ = 11", "video_full_range_flag +1 = 1",
-                              "colour_primaries +[01]+ = 9", "transfer_characteristics +[01]+ = 16",
-                              "matrix_coefficients +[01]+ = 9", "num_units_in_tick +[01]+ = 1001",
-                              "time_scale +[01]+ = 60000"})
+    const std::string trace = run("ffmpeg -hide_banner -i '" + file +
+                                  "' -c copy -bsf:v trace_headers -f null - 2>&1");
+    for (const char *field :
+         {"sar_width +[01]+ = 16", "sar_height +[01]+ = 11", "video_full_range_flag +1 = 1",
+          "colour_primaries +[01]+ = 9", "transfer_characteristics +[01]+ = 16",
+          "matrix_coefficients +[01]+ = 9", "num_units_in_tick +[01]+ = 1001",
+          "time_scale +[01]+ = 60000"})
         EXPECT_TRUE(std::regex_search(trace, std::regex(field))) << field;
     const std::vector<std::string> before = frameHashes(original), after = frameHashes(file);
     EXPECT_EQ(before.size(), 12u);

@@ -9,8 +9,9 @@
 
 // Every clip of tests/data/h264 (make_clips.sh).
 inline const std::vector<std::string> kWriterClips = {
-    "baseline_cavlc", "main_cabac_b", "high_cqm", "mbaff", "interlaced_frames", "slices4",
-    "weightp", "hrd_vui", "hi444_lossless10", "long_startcodes", "cqm_jvt", "hi422_10_crop",
+    "baseline_cavlc",    "main_cabac_b",    "high_cqm", "mbaff",
+    "interlaced_frames", "slices4",         "weightp",  "hrd_vui",
+    "hi444_lossless10",  "long_startcodes", "cqm_jvt",  "hi422_10_crop",
     "hi444_cqm"};
 
 // Kept reader behaviour drops information here: the PPS reader reads 6 + 2
@@ -50,7 +51,10 @@ inline std::vector<ClipUnit> unitsOf(const Bytes &s)
     return units;
 }
 
-inline Bytes bytesOf(const Bytes &s, size_t from, size_t to) { return Bytes(s.begin() + long(from), s.begin() + long(to)); }
+inline Bytes bytesOf(const Bytes &s, size_t from, size_t to)
+{
+    return Bytes(s.begin() + long(from), s.begin() + long(to));
+}
 inline int typeAt(const Bytes &s, const ClipUnit &u) { return s[u.payload] & 0x1F; }
 
 inline Bytes firstUnit(const Bytes &s, int type)
@@ -64,7 +68,8 @@ inline Bytes firstUnit(const Bytes &s, int type)
 // Writes a record with the writer; the unit, or empty on failure (status
 // in *status when given).
 template <typename Record>
-Bytes writeUnit(int (*write)(kx_bitstream *, const Record *), const Record &r, int *status = nullptr)
+Bytes writeUnit(int (*write)(kx_bitstream *, const Record *), const Record &r,
+                int *status = nullptr)
 {
     kx_bitstream query{};
     const int size = write(&query, &r);

@@ -18,7 +18,7 @@ namespace qrvtest {
 inline std::vector<std::pair<int, std::string>> capturedLines;
 
 class HostTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
@@ -44,6 +44,6 @@ protected:
     std::filesystem::path dir_;
 };
 
-}  // namespace qrvtest
+} // namespace qrvtest
 
 #endif

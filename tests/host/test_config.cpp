@@ -154,8 +154,8 @@ TEST_F(ConfigTest, XmlFileFollowsTheValueRulesAndIsWrittenBackOnlyWhenChangedAnd
 
 TEST_F(ConfigTest, UnreadableXmlFilesAreRefusedAndLeftUntouched)
 {
-    const char *refused[] = {"<Config><Key Name=\"a\"></Config>", "<Other/>",
-                             "<Config/><Config/>", ""};
+    const char *refused[] = {"<Config><Key Name=\"a\"></Config>", "<Other/>", "<Config/><Config/>",
+                             ""};
     const auto file = dir_ / "bad.xml";
     auto &lines = qrvtest::capturedLines;
     for (const char *bytes : refused) {
@@ -231,4 +231,4 @@ TEST_F(ConfigTest, TheDirectoryMayMoveOrBeEmptiedBetweenCalls)
     EXPECT_TRUE(std::filesystem::exists(dir_ / "first" / "config.sqlite"));
 }
 
-}  // namespace
+} // namespace

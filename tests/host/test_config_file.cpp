@@ -70,9 +70,9 @@ TEST_F(ConfigFileTest, StaleTemporariesGoWhenTheStoreIsOpenedOrSavedLiveOnesStay
 {
     const auto file = dir_ / "UserMetadata.xml";
     writeBytes(file, "<?xml version=\"1.0\"?>\n<Config/>\n");
-    const std::set<std::string> kept = {"UserMetadata.xml", "UserMetadata.xml.bak",
-                                         "UserMetadata.xml.Ab12345", "UserMetadata.xml.Ab-123",
-                                         "Other.xml.Ab1234", "UserMetadata.xml.Li4ve0"};
+    const std::set<std::string> kept = {"UserMetadata.xml",         "UserMetadata.xml.bak",
+                                        "UserMetadata.xml.Ab12345", "UserMetadata.xml.Ab-123",
+                                        "Other.xml.Ab1234",         "UserMetadata.xml.Li4ve0"};
     for (const std::string &name : kept)
         if (name != "UserMetadata.xml")
             writeBytes(dir_ / name, "<Config/>");
@@ -93,4 +93,4 @@ TEST_F(ConfigFileTest, StaleTemporariesGoWhenTheStoreIsOpenedOrSavedLiveOnesStay
     close(live);
 }
 
-}  // namespace
+} // namespace

@@ -51,7 +51,7 @@ TEST_F(FilesTest, TransfersStopShortOnlyAtTheEndAndPositionsPassFourGigabytes)
     ASSERT_NE(osReadFile(file, &tail[0], 50, &done, nullptr), 0);
     EXPECT_EQ(done, 0u);
 
-    const unsigned long long far = 0x140000000ull;  // 5 GiB, a hole in most file systems
+    const unsigned long long far = 0x140000000ull; // 5 GiB, a hole in most file systems
     ASSERT_EQ(osSeek(file, far), far);
     ASSERT_NE(osWriteFile(file, "z", 1, &done, nullptr), 0);
     unsigned high = 0;
@@ -65,10 +65,15 @@ TEST_F(FilesTest, TransfersStopShortOnlyAtTheEndAndPositionsPassFourGigabytes)
 
 TEST(Paths, SplitAndJoin)
 {
-    const struct { const char *path, *dir, *name, *ext; } cases[] = {
-        {"/media/clips/take.1.mov", "/media/clips/", "take.1", ".mov"}, {"/", "/", "", ""},
-        {"relative/dir.d/noext", "relative/dir.d/", "noext", ""}, {"", "", "", ""},
-        {"bare.xml", "", "bare", ".xml"}, {".hidden", "", "", ".hidden"},
+    const struct {
+        const char *path, *dir, *name, *ext;
+    } cases[] = {
+        {"/media/clips/take.1.mov", "/media/clips/", "take.1", ".mov"},
+        {"/", "/", "", ""},
+        {"relative/dir.d/noext", "relative/dir.d/", "noext", ""},
+        {"", "", "", ""},
+        {"bare.xml", "", "bare", ".xml"},
+        {".hidden", "", "", ".hidden"},
     };
     for (const auto &c : cases) {
         char drive[64], dir[64], name[64], ext[64], joined[64];
@@ -95,4 +100,4 @@ TEST(Clock, MillisecondsAdvanceAcrossASleep)
     EXPECT_LT(elapsed, 5000u);
 }
 
-}  // namespace
+} // namespace

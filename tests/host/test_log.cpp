@@ -16,7 +16,8 @@ TEST_F(LogTest, HostSinkReceivesFinishedLinesWithTheirLevelCutToTheLineMaximum)
     logError("<%s>", longText.c_str());
     logDebug(longText.c_str());
     const std::vector<std::pair<int, std::string>> expected = {
-        {QRV_LOG_ERROR, "read 12 bytes at -3: 0000BEEF"}, {QRV_LOG_ERROR, "caught\n\r"},
+        {QRV_LOG_ERROR, "read 12 bytes at -3: 0000BEEF"},
+        {QRV_LOG_ERROR, "caught\n\r"},
         {QRV_LOG_DEBUG, "debug line"},
         {QRV_LOG_ERROR, "<" + longText.substr(0, QRV_LOG_LINE_MAX - 2)},
         {QRV_LOG_DEBUG, longText.substr(0, QRV_LOG_LINE_MAX - 1)}};
@@ -44,7 +45,10 @@ TEST_F(LogTest, ReplacedServicesApplyUntilReset)
 {
     qrvHostServices services{};
     services.size = sizeof services;
-    services.alloc = [](size_t size) { ++g_allocations; return malloc(size); };
+    services.alloc = [](size_t size) {
+        ++g_allocations;
+        return malloc(size);
+    };
     services.osReadFile = [](osHandle, void *, unsigned, unsigned *, void *) { return 0; };
     services.osGetLastError = [] { return unsigned(EIO); };
     services.osGetFileSizeEx = [](osHandle, unsigned long long *size) {
@@ -70,4 +74,4 @@ TEST_F(LogTest, ReplacedServicesApplyUntilReset)
     EXPECT_EQ(osGetLastError(), unsigned(EBADF));
 }
 
-}  // namespace
+} // namespace

@@ -178,4 +178,4 @@ TEST_F(ServicesTest, TheDefaultStoreCommitsAGroupWholeAtItsOutermostEnd)
     EXPECT_TRUE(qrvtest::capturedLines.empty());
 }
 
-}  // namespace
+} // namespace

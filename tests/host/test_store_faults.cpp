@@ -174,4 +174,4 @@ TEST_F(StoreFaults, AKillDuringASaveLeavesTheOldFileOrTheNewOneAndNoTemporary)
     EXPECT_TRUE(qrvtest::capturedLines.empty());
 }
 
-}  // namespace
+} // namespace

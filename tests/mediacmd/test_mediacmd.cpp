@@ -12,30 +12,50 @@
 
 namespace {
 
-MEDIACMD fresh(unsigned ct) {
+MEDIACMD fresh(unsigned ct)
+{
     MEDIACMD cmd;
     initMediaCmd(&cmd, ct);
     return cmd;
 }
 
-TEST(Vocabulary, LookupsScanInTableOrderWithFullLengthCaseInsensitiveNames) {
+TEST(Vocabulary, LookupsScanInTableOrderWithFullLengthCaseInsensitiveNames)
+{
     // Shared flag values name their first row; a mask is not a flag; a miss
     // leaves the output alone.
-    const struct { bool gs; unsigned value; const char *name; } toCases[] = {
-        {true, 0, nullptr},        {true, 35, nullptr},
-        {true, 1100017, nullptr},  {true, 64011, "wavevectorquality"},
-        {true, 64012, "wavevectorgetdata"}, {false, 0x4000, "copy"},
-        {false, 0x8000, "convert"}, {false, 0x08000000, "secondfield"},
-        {false, 0x3, nullptr},     {false, 0x04000000, nullptr}};
+    const struct {
+        bool gs;
+        unsigned value;
+        const char *name;
+    } toCases[] = {{true, 0, nullptr},
+                   {true, 35, nullptr},
+                   {true, 1100017, nullptr},
+                   {true, 64011, "wavevectorquality"},
+                   {true, 64012, "wavevectorgetdata"},
+                   {false, 0x4000, "copy"},
+                   {false, 0x8000, "convert"},
+                   {false, 0x08000000, "secondfield"},
+                   {false, 0x3, nullptr},
+                   {false, 0x04000000, nullptr}};
     for (const auto &c : toCases) {
         char name[MCMD_NAME_MAX] = "untouched";
         EXPECT_EQ(c.name ? 0 : -1, (c.gs ? gsToString : cfToString)(c.value, name)) << c.value;
         EXPECT_STREQ(c.name ? c.name : "untouched", name);
     }
-    const struct { bool gs; const char *name; int status; unsigned value; } fromCases[] = {
-        {true, "TC", 0, 1},   {true, "Tc", 0, 1},    {true, "tc", 0, 1},
-        {true, "tcx", -1, 7}, {true, "t", -1, 7},    {true, "QRVVERSION", 0, 60000},
-        {false, "noclipfiles", 0, 0x4000}, {false, "NoReturn", 0, 0x80000000}, {false, "", -1, 7}};
+    const struct {
+        bool gs;
+        const char *name;
+        int status;
+        unsigned value;
+    } fromCases[] = {{true, "TC", 0, 1},
+                     {true, "Tc", 0, 1},
+                     {true, "tc", 0, 1},
+                     {true, "tcx", -1, 7},
+                     {true, "t", -1, 7},
+                     {true, "QRVVERSION", 0, 60000},
+                     {false, "noclipfiles", 0, 0x4000},
+                     {false, "NoReturn", 0, 0x80000000},
+                     {false, "", -1, 7}};
     for (const auto &c : fromCases) {
         unsigned value = 7;
         EXPECT_EQ(c.status, (c.gs ? gsFromString : cfFromString)(c.name, &value)) << c.name;
@@ -44,7 +64,8 @@ TEST(Vocabulary, LookupsScanInTableOrderWithFullLengthCaseInsensitiveNames) {
     EXPECT_EQ(0, gsToString(1100016, nullptr));
 }
 
-TEST(Vocabulary, EveryGsRowIsReachableByNameAndValue) {
+TEST(Vocabulary, EveryGsRowIsReachableByNameAndValue)
+{
     char name[MCMD_NAME_MAX];
     for (const mcmdXlat &row : mcmdGSXlat) {
         unsigned value = 0;
@@ -58,7 +79,8 @@ TEST(Vocabulary, EveryGsRowIsReachableByNameAndValue) {
     EXPECT_EQ(64011u, mcmdGSXlat[320].value);
 }
 
-TEST(Utilities, FixFillsImpliedSpeedAndTracksUnderTheMask) {
+TEST(Utilities, FixFillsImpliedSpeedAndTracksUnderTheMask)
+{
     MEDIACMD play = fresh(ctPlay);
     play.VideoChannels = 1;
     EXPECT_EQ(cfUseSpeed, fixMediaCmd(&play, 0));
@@ -82,7 +104,8 @@ TEST(Utilities, FixFillsImpliedSpeedAndTracksUnderTheMask) {
     EXPECT_EQ(2u, stop.AudioChannels);
 }
 
-TEST(Utilities, CopyMergesFlagsAndBoundsTheClipCopy) {
+TEST(Utilities, CopyMergesFlagsAndBoundsTheClipCopy)
+{
     MEDIACMD src = fresh(ctPlay);
     src.Channel = 4;
     src.Position = 10;
@@ -129,7 +152,8 @@ TEST(Utilities, CopyMergesFlagsAndBoundsTheClipCopy) {
     }
 }
 
-TEST(Utilities, ChannelMasksAndFourccs) {
+TEST(Utilities, ChannelMasksAndFourccs)
+{
     unsigned rest = 0;
     EXPECT_EQ(3u, findChannel(0b1010, &rest, 1));
     EXPECT_EQ(0b0010u, rest);
@@ -149,15 +173,18 @@ TEST(Utilities, ChannelMasksAndFourccs) {
     EXPECT_EQ(0xE9FF4141u, fourccToUpper(0xE9FF6141));
 }
 
-std::vector<unsigned> repeats(int speed, unsigned *counter, int calls) {
+std::vector<unsigned> repeats(int speed, unsigned *counter, int calls)
+{
     std::vector<unsigned> out;
-    for (int i = 0; i < calls; ++i) out.push_back(speedReps(counter, speed));
+    for (int i = 0; i < calls; ++i)
+        out.push_back(speedReps(counter, speed));
     return out;
 }
 
-TEST(Speed, RepeatSequencesAndRates) {
+TEST(Speed, RepeatSequencesAndRates)
+{
     unsigned counter = 0;
-    speedReps(&counter, MEDIACMD_SPEED_UNSET);  // first call: no speed yet, must not fault
+    speedReps(&counter, MEDIACMD_SPEED_UNSET); // first call: no speed yet, must not fault
     EXPECT_EQ(0u, speedReps(&counter, 0));
 
     counter = 0;
@@ -192,14 +219,17 @@ TEST(Speed, RepeatSequencesAndRates) {
 std::vector<std::string> gDebugLines, gErrorLines;
 bool gThrowOnDebug = false;
 
-void captureLine(int level, const char *line) {
-    if (level == QRV_LOG_DEBUG && gThrowOnDebug) throw std::runtime_error("sink");
+void captureLine(int level, const char *line)
+{
+    if (level == QRV_LOG_DEBUG && gThrowOnDebug)
+        throw std::runtime_error("sink");
     (level == QRV_LOG_DEBUG ? gDebugLines : gErrorLines).push_back(line);
 }
 
 class DebugText : public ::testing::Test {
-protected:
-    void SetUp() override {
+  protected:
+    void SetUp() override
+    {
         qrvHostServices services{};
         services.size = sizeof services;
         services.logLine = captureLine;
@@ -209,14 +239,16 @@ protected:
     }
     void TearDown() override { qrvResetHostServices(); }
 
-    static std::string lineFor(MEDIACMD cmd) {
+    static std::string lineFor(MEDIACMD cmd)
+    {
         gDebugLines.clear();
         __dbgout_mediacmd(&cmd);
         return gDebugLines.empty() ? "<none>" : gDebugLines.at(0);
     }
 };
 
-MEDIACMD traced(unsigned ct, int channel, unsigned flags, unsigned cmdAlt = 1) {
+MEDIACMD traced(unsigned ct, int channel, unsigned flags, unsigned cmdAlt = 1)
+{
     MEDIACMD cmd = fresh(ct);
     cmd.Channel = channel;
     cmd.cmdFlags = flags;
@@ -227,7 +259,8 @@ MEDIACMD traced(unsigned ct, int channel, unsigned flags, unsigned cmdAlt = 1) {
     return cmd;
 }
 
-TEST_F(DebugText, CommandLines) {
+TEST_F(DebugText, CommandLines)
+{
     const std::pair<MEDIACMD, const char *> cases[] = {
         {traced(ctPlay, 1, cfUseSpeed), "qrv-Chan1 ctPlay UseSpeed (100) "},
         {traced(ctGetValue, 0, cfDeferred), "qrv-Chan0 ctGetValue(tc)Deferred "},
@@ -241,20 +274,23 @@ TEST_F(DebugText, CommandLines) {
          "qrv-Chan12 ctSwitch UsePosition (-1) UsePresets: V(3)A(-1)I(-1) "},
         {traced(ctStop, 2, cfUseCmdAlt | cfTimeMs | cfTimeTarget | cfTimeHouseClock, 7),
          "qrv-Chan2 ctStop CmdTarget: (7) "},
-        {traced(ctStop, 2, cfUseCmdAlt | cfTimeMs | cfTimeHouseClock, 7), "qrv-Chan2 ctStop CmdHouse: (7) "},
+        {traced(ctStop, 2, cfUseCmdAlt | cfTimeMs | cfTimeHouseClock, 7),
+         "qrv-Chan2 ctStop CmdHouse: (7) "},
         {traced(ctStop, 2, cfUseCmdAlt | cfTimeMs, 7), "qrv-Chan2 ctStop CmdTime: (7) "},
         {traced(ctStop, 2, cfUseCmdAlt | cfTimeTarget, 7), "qrv-Chan2 ctStop CmdAlt: (7) "}};
-    for (const auto &c : cases) EXPECT_EQ(c.second, lineFor(c.first));
+    for (const auto &c : cases)
+        EXPECT_EQ(c.second, lineFor(c.first));
     MEDIACMD reverse = traced(ctPlay, 1, cfUseSpeed);
     reverse.Speed = -32759;
     EXPECT_EQ("qrv-Chan1 ctPlay UseSpeed (-49) ", lineFor(reverse));
 }
 
-TEST_F(DebugText, LongNamesAreCutAndFaultsReported) {
+TEST_F(DebugText, LongNamesAreCutAndFaultsReported)
+{
     MEDIACMD cmd = fresh(ctRecord);
     cmd.Channel = 1;
     cmd.cmdFlags = cfUseClipID;
-    std::memset(cmd.ClipID, 'c', sizeof cmd.ClipID);  // no terminator anywhere
+    std::memset(cmd.ClipID, 'c', sizeof cmd.ClipID); // no terminator anywhere
     std::memset(cmd.FileName, 'c', sizeof cmd.FileName);
     const std::string line = lineFor(cmd);
     EXPECT_EQ("qrv-Chan1 ctRecord UseClipId: (" + std::string(1023 - 12, 'c'), line);
@@ -262,9 +298,9 @@ TEST_F(DebugText, LongNamesAreCutAndFaultsReported) {
     gThrowOnDebug = true;
     __dbgout_mediacmd(&cmd);
     gThrowOnDebug = false;
-    EXPECT_EQ((std::vector<std::string>{
-                  "WARNING(vuMCmd): Exception: outputing mediacmd to string\n\r"}),
-              gErrorLines);
+    EXPECT_EQ(
+        (std::vector<std::string>{"WARNING(vuMCmd): Exception: outputing mediacmd to string\n\r"}),
+        gErrorLines);
 
     gDebugLines.clear();
     __dbgout_tc(1800, 0x304);
@@ -272,4 +308,4 @@ TEST_F(DebugText, LongNamesAreCutAndFaultsReported) {
     EXPECT_EQ((std::vector<std::string>{"00:01:00;02", "00:00:00:25"}), gDebugLines);
 }
 
-}  // namespace
+} // namespace

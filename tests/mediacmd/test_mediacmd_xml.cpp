@@ -15,7 +15,8 @@
 
 namespace {
 
-MEDIACMD fresh(unsigned ct) {
+MEDIACMD fresh(unsigned ct)
+{
     MEDIACMD cmd;
     initMediaCmd(&cmd, ct);
     return cmd;
@@ -23,7 +24,8 @@ MEDIACMD fresh(unsigned ct) {
 
 char *areaOf(MEDIACMD &cmd) { return reinterpret_cast<char *>(&cmd) + MEDIACMD_AREA_OFFSET; }
 
-std::string toXml(MEDIACMD &cmd, unsigned tcType) {
+std::string toXml(MEDIACMD &cmd, unsigned tcType)
+{
     char *text = nullptr;
     EXPECT_EQ(0, MediaCmdToXMLString(&text, &cmd, tcType));
     std::string out = text ? text : "";
@@ -35,7 +37,8 @@ std::string toXml(MEDIACMD &cmd, unsigned tcType) {
 std::string body(const std::string &elements) { return "<MediaCmd>" + elements + "</MediaCmd>"; }
 
 // Every field and every flag that the XML form carries.
-MEDIACMD richCommand(unsigned ct) {
+MEDIACMD richCommand(unsigned ct)
+{
     MEDIACMD cmd = fresh(ct);
     cmd.prev = 0x1234567800000001ull;
     cmd.list = 0x99;
@@ -58,7 +61,8 @@ MEDIACMD richCommand(unsigned ct) {
     return cmd;
 }
 
-TEST(XmlWriter, FreshStopDocumentAndRejectedCodes) {
+TEST(XmlWriter, FreshStopDocumentAndRejectedCodes)
+{
     MEDIACMD cmd = fresh(ctStop);
     EXPECT_EQ("<?xml version=\"1.0\" encoding=\"iso-8859-1\" ?><MediaCmd>"
               "<!-- Korvane MEDIACMD xml structure version 1,0 -->"
@@ -78,18 +82,22 @@ TEST(XmlWriter, FreshStopDocumentAndRejectedCodes) {
     std::string partial;
     partial << doc;
     EXPECT_EQ("<next Value=\"5\" /><CmdID Value=\"-98237952\" /><StructSize Value=\"1116\" />"
-              "<Channel Value=\"-1\" /></MediaCmd>", partial.substr(partial.find("<next")));
+              "<Channel Value=\"-1\" /></MediaCmd>",
+              partial.substr(partial.find("<next")));
 }
 
-TEST(XmlWriter, SpeedAndPointTexts) {
+TEST(XmlWriter, SpeedAndPointTexts)
+{
     MEDIACMD cmd = fresh(ctPlay);
     cmd.cmdFlags = cfDeferred | cfNoTCSpaces | cfUseStart | cfUseEnd;
     cmd.Position = cmd.Start = cmd.End = 1800;
     char percent[40];
-    intToString(3277600, percent, 25);  // 0x7FFFFFFF as percent of normal speed
+    intToString(3277600, percent, 25); // 0x7FFFFFFF as percent of normal speed
     std::string xml = toXml(cmd, 0x104);
-    EXPECT_NE(std::string::npos, xml.find("<Cmd Value=\"2\" Deferred=\"1\" NoTCSpaces=\"1\">Play</Cmd>"));
-    EXPECT_NE(std::string::npos, xml.find("<Speed Value=\"65520\">" + std::string(percent) + "</Speed>"));
+    EXPECT_NE(std::string::npos,
+              xml.find("<Cmd Value=\"2\" Deferred=\"1\" NoTCSpaces=\"1\">Play</Cmd>"));
+    EXPECT_NE(std::string::npos,
+              xml.find("<Speed Value=\"65520\">" + std::string(percent) + "</Speed>"));
     EXPECT_NE(std::string::npos,
               xml.find("<Position Value=\"1800\" TcType=\"drop-frame\">00:01:00;02</Position>"));
     // Start takes the queue form (60 fps) whenever CmdAlt >= 1100001; End only
@@ -109,24 +117,27 @@ TEST(XmlWriter, SpeedAndPointTexts) {
     xml = toXml(cmd, 255);
     EXPECT_NE(std::string::npos, xml.find("<Speed Value=\"-131040\" IsShuttle=\"1\">-80</Speed>"));
     EXPECT_NE(std::string::npos, xml.find("TcType=\"frames\">50</Position>"));
-    EXPECT_NE(std::string::npos, xml.find("<Start Value=\"50\" TcType=\"frames\" IsOffset=\"1\">20</Start>"));
+    EXPECT_NE(std::string::npos,
+              xml.find("<Start Value=\"50\" TcType=\"frames\" IsOffset=\"1\">20</Start>"));
     xml = toXml(cmd, 3);
     EXPECT_NE(std::string::npos, xml.find("<Position Value=\"50\">50</Position>"));
     EXPECT_EQ(std::string::npos, xml.find("TcType"));
 }
 
-TEST(XmlWriter, TrailingAreaForms) {
+TEST(XmlWriter, TrailingAreaForms)
+{
     MEDIACMD cmd = fresh(ctGetValue);
     cmd.cmdFlags = cfUseClipID;
-    cmd.CmdAlt = 162;  // metabasefilename: the '$' splits, and ends the name in the record
+    cmd.CmdAlt = 162; // metabasefilename: the '$' splits, and ends the name in the record
     std::strcpy(cmd.ClipID, "C1");
     std::strcpy(cmd.FileName, "abc$123");
     std::string xml = toXml(cmd, 0);
-    EXPECT_NE(std::string::npos,
-              xml.find("<ClipID>C1</ClipID><UniqueID>123</UniqueID><FileName>abc</FileName></MediaCmd>"));
+    EXPECT_NE(
+        std::string::npos,
+        xml.find("<ClipID>C1</ClipID><UniqueID>123</UniqueID><FileName>abc</FileName></MediaCmd>"));
     EXPECT_STREQ("abc", cmd.FileName);
 
-    cmd.CmdAlt = 150;  // metadata: an empty FileName repeats the ClipID
+    cmd.CmdAlt = 150; // metadata: an empty FileName repeats the ClipID
     cmd.FileName[0] = 0;
     EXPECT_NE(std::string::npos, toXml(cmd, 0).find("<ClipID>C1</ClipID><FileName>C1</FileName>"));
     cmd.CmdAlt = 200;
@@ -143,7 +154,8 @@ TEST(XmlWriter, TrailingAreaForms) {
     cmd.CmdAlt = 25;
     cmd.StructSize = 76 + 4;
     std::memcpy(cmd.ClipID, "\x00\xAB\x7F\x10", 4);
-    EXPECT_NE(std::string::npos, toXml(cmd, 0).find("<arbID Type=\"hex\" length=\"4\">00AB7F10</arbID>"));
+    EXPECT_NE(std::string::npos,
+              toXml(cmd, 0).find("<arbID Type=\"hex\" length=\"4\">00AB7F10</arbID>"));
     cmd.CmdAlt = 60002;
     std::memcpy(areaOf(cmd), "channel A", 10);
     EXPECT_NE(std::string::npos, toXml(cmd, 0).find("<chanName>channel A</chanName>"));
@@ -153,26 +165,31 @@ TEST(XmlWriter, TrailingAreaForms) {
     cmd.CmdAlt = 166;
     cmd.InfoChannels = 7;
     cmd.Start = 42;
-    std::memcpy(areaOf(cmd), "REPLAY_COUNT\0" "31", 16);
-    EXPECT_NE(std::string::npos, toXml(cmd, 0).find("<MetaTag>REPLAY_COUNT</MetaTag><MetaData>42</MetaData>"
-                                                    "<PageRequest>7</PageRequest>"));
+    std::memcpy(areaOf(cmd),
+                "REPLAY_COUNT\0"
+                "31",
+                16);
+    EXPECT_NE(std::string::npos,
+              toXml(cmd, 0).find("<MetaTag>REPLAY_COUNT</MetaTag><MetaData>42</MetaData>"
+                                 "<PageRequest>7</PageRequest>"));
     cmd.Speed = 1;
     cmd.End = 12;
     EXPECT_NE(std::string::npos, toXml(cmd, 0).find("<MetaData>31</MetaData>"));
 }
 
-TEST(XmlRoundTrip, EveryCommandComesBackExceptTheReadersDifferences) {
+TEST(XmlRoundTrip, EveryCommandComesBackExceptTheReadersDifferences)
+{
     for (unsigned ct = 0; ct <= ctAbort; ++ct) {
         MEDIACMD sent = richCommand(ct);
         const std::string xml = toXml(sent, ct % 2 ? 4 : 0);
         MEDIACMD got;
         ASSERT_EQ(0, MediaCmdFromXMLString(&got, nullptr, xml.c_str()));
         MEDIACMD expected = sent;
-        expected.prev = 1;                            // low half only
-        expected.cmdFlags &= ~cfOverrideDeferred;     // written under a name not read
-        expected.VideoChannels = sent.InfoChannels;   // all masks land in VideoChannels
+        expected.prev = 1;                          // low half only
+        expected.cmdFlags &= ~cfOverrideDeferred;   // written under a name not read
+        expected.VideoChannels = sent.InfoChannels; // all masks land in VideoChannels
         expected.AudioChannels = expected.InfoChannels = 0xFFFFFFFF;
-        expected.cmdFlags |= cfUseEnd;                // an End element means cfUseEnd
+        expected.cmdFlags |= cfUseEnd; // an End element means cfUseEnd
         EXPECT_EQ(0, std::memcmp(&expected, &got, sizeof got)) << "code " << ct << ": " << xml;
 
         // A bare command: Position is always written, and ctPlay and
@@ -189,7 +206,8 @@ TEST(XmlRoundTrip, EveryCommandComesBackExceptTheReadersDifferences) {
     }
 }
 
-TEST(XmlReader, DeliberateDifferencesAndStatuses) {
+TEST(XmlReader, DeliberateDifferencesAndStatuses)
+{
     MEDIACMD cmd;
     const MEDIACMD init = fresh(ctStop);
     EXPECT_EQ(-2, MediaCmdFromXMLString(&cmd, nullptr, "this is not XML"));
@@ -202,7 +220,9 @@ TEST(XmlReader, DeliberateDifferencesAndStatuses) {
         {"ABORT", ctPlay}, {"Terminate", ctPlay}, {"playback", ctPlay}, {"RecStop", ctRecStop},
         {"edit", ctEdit},  {"bogus", ctStop},     {"", ctStop}};
     for (const auto &word : words) {
-        EXPECT_EQ(0, MediaCmdFromXMLString(&cmd, nullptr, body(std::string("<Cmd>") + word.first + "</Cmd>").c_str()));
+        EXPECT_EQ(
+            0, MediaCmdFromXMLString(&cmd, nullptr,
+                                     body(std::string("<Cmd>") + word.first + "</Cmd>").c_str()));
         EXPECT_EQ(word.second, cmd.Cmd) << word.first;
     }
 
@@ -212,20 +232,21 @@ TEST(XmlReader, DeliberateDifferencesAndStatuses) {
         {"cfOverideDeferred=\"x\" cfOverrideDeferred=\"2\"", cfOverrideDeferred},
         {"OverrideDeferred=\"1\" Loop=\"abc\" Test=\"0\" NoReturn=\"-1\"", cfNoReturn}};
     for (const auto &attrs : overrides) {
-        MediaCmdFromXMLString(&cmd, nullptr, body(std::string("<Cmd Value=\"1\" ") + attrs.first + "/>").c_str());
+        MediaCmdFromXMLString(&cmd, nullptr,
+                              body(std::string("<Cmd Value=\"1\" ") + attrs.first + "/>").c_str());
         EXPECT_EQ(attrs.second, cmd.cmdFlags) << attrs.first;
     }
 
-    EXPECT_EQ(0, MediaCmdFromXMLString(&cmd, nullptr, body("<AudioChannels Value=\"3\"/>").c_str()));
+    EXPECT_EQ(0,
+              MediaCmdFromXMLString(&cmd, nullptr, body("<AudioChannels Value=\"3\"/>").c_str()));
     EXPECT_EQ(3u, cmd.VideoChannels);
     EXPECT_EQ(0xFFFFFFFFu, cmd.AudioChannels);
     EXPECT_EQ(cfUsePresets, cmd.cmdFlags);
 
     // Texts without Value: the caller's type (drop-frame when none), changed
     // by a TcType on Position or Start for the elements read after it.
-    const std::string points = body(
-        "<End>00:00:01:00</End><Position>00:01:00;02</Position>"
-        "<Start TcType=\"32\" IsOffset=\"1\">00:01:00;04</Start>");
+    const std::string points = body("<End>00:00:01:00</End><Position>00:01:00;02</Position>"
+                                    "<Start TcType=\"32\" IsOffset=\"1\">00:01:00;04</Start>");
     EXPECT_EQ(0, MediaCmdFromXMLString(&cmd, nullptr, points.c_str()));
     EXPECT_EQ(1800, cmd.Position);
     EXPECT_EQ(3600, cmd.Start);
@@ -251,13 +272,22 @@ TEST(XmlReader, DeliberateDifferencesAndStatuses) {
     EXPECT_STREQ("", cmd.ClipID);
     EXPECT_STREQ("", cmd.FileName);
 
-    const std::pair<const char *, unsigned> pairs[] = {{"07", 0x07}, {"1B", 0x11}, {"AB", 0x01},
-                                                       {"FF", 0x55}, {"0a", 0x20}, {"\xFF" "9", 9}};
-    for (const auto &pair : pairs) EXPECT_EQ(pair.second, parseHex(pair.first)) << pair.first;
+    const std::pair<const char *, unsigned> pairs[] = {{"07", 0x07},
+                                                       {"1B", 0x11},
+                                                       {"AB", 0x01},
+                                                       {"FF", 0x55},
+                                                       {"0a", 0x20},
+                                                       {"\xFF"
+                                                        "9",
+                                                        9}};
+    for (const auto &pair : pairs)
+        EXPECT_EQ(pair.second, parseHex(pair.first)) << pair.first;
 }
 
-TEST(XmlWriter, DocumentsAreWellFormedForXmllint) {
-    if (std::system("command -v xmllint >/dev/null 2>&1") != 0) GTEST_SKIP() << "xmllint missing";
+TEST(XmlWriter, DocumentsAreWellFormedForXmllint)
+{
+    if (std::system("command -v xmllint >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "xmllint missing";
     const unsigned alts[] = {150, 166, 162, 25, 60002, 1100001, 7};
     std::vector<std::string> docs;
     for (unsigned ct = 0; ct <= ctAbort; ++ct) {
@@ -275,22 +305,33 @@ TEST(XmlWriter, DocumentsAreWellFormedForXmllint) {
 
 // The record is an exact heap block, so the sanitizer build catches any byte
 // read or written outside it.
-TEST(XmlHostile, OversizedTruncatedNestedAndForeignInputStayInsideTheRecord) {
+TEST(XmlHostile, OversizedTruncatedNestedAndForeignInputStayInsideTheRecord)
+{
     auto cmd = std::make_unique<MEDIACMD>();
     const std::string big(100000, 'x');
-    EXPECT_EQ(0, MediaCmdFromXMLString(cmd.get(), nullptr, body("<ClipID>" + big + "</ClipID>").c_str()));
-    EXPECT_EQ(std::string(9, 'x') + '\0' + std::string(1029, 'x') + '\0', std::string(areaOf(*cmd), 1040));
-    EXPECT_EQ(0, MediaCmdFromXMLString(cmd.get(), nullptr, body("<FileName>" + big + "</FileName><Cmd>PLAY" + big + "</Cmd>").c_str()));
+    EXPECT_EQ(
+        0, MediaCmdFromXMLString(cmd.get(), nullptr, body("<ClipID>" + big + "</ClipID>").c_str()));
+    EXPECT_EQ(std::string(9, 'x') + '\0' + std::string(1029, 'x') + '\0',
+              std::string(areaOf(*cmd), 1040));
+    EXPECT_EQ(0, MediaCmdFromXMLString(
+                     cmd.get(), nullptr,
+                     body("<FileName>" + big + "</FileName><Cmd>PLAY" + big + "</Cmd>").c_str()));
     EXPECT_EQ(std::string(1030, 'x') + '\0', std::string(cmd->FileName, 1031));
     EXPECT_EQ(unsigned(ctPlay), cmd->Cmd);
 
     // An arbID longer than the area fills it; a short text fills what it has.
     std::string hex;
-    for (int i = 0; i < 60000; ++i) hex += "03";
-    EXPECT_EQ(0, MediaCmdFromXMLString(cmd.get(), nullptr, body("<ClipID>" + big + "</ClipID><arbID length=\"1000000\">0102</arbID>").c_str()));
+    for (int i = 0; i < 60000; ++i)
+        hex += "03";
+    EXPECT_EQ(
+        0, MediaCmdFromXMLString(
+               cmd.get(), nullptr,
+               body("<ClipID>" + big + "</ClipID><arbID length=\"1000000\">0102</arbID>").c_str()));
     EXPECT_EQ(std::string("\x01\x02xxxxxxx\0xx", 12), std::string(areaOf(*cmd), 12));
     EXPECT_EQ(1000076u, cmd->StructSize);
-    EXPECT_EQ(0, MediaCmdFromXMLString(cmd.get(), nullptr, body("<arbID length=\"1000000\">" + hex + "</arbID>").c_str()));
+    EXPECT_EQ(0,
+              MediaCmdFromXMLString(cmd.get(), nullptr,
+                                    body("<arbID length=\"1000000\">" + hex + "</arbID>").c_str()));
     EXPECT_EQ(std::string(1040, '\x03'), std::string(areaOf(*cmd), 1040));
 
     // The writer, on areas without terminators and any StructSize.
@@ -316,13 +357,18 @@ TEST(XmlHostile, OversizedTruncatedNestedAndForeignInputStayInsideTheRecord) {
         EXPECT_TRUE(status == 0 || status == -2) << n;
     }
     std::string deep, shallow;
-    for (int i = 0; i < 200000; ++i) deep += "<a>";
-    for (int i = 0; i < 1000; ++i) shallow += "<a>";
-    EXPECT_EQ(-2, MediaCmdFromXMLString(cmd.get(), nullptr, body("<Cmd>play</Cmd>" + deep).c_str()));
-    EXPECT_EQ(0, MediaCmdFromXMLString(cmd.get(), nullptr, body("<Cmd>play</Cmd>" + shallow).c_str()));
+    for (int i = 0; i < 200000; ++i)
+        deep += "<a>";
+    for (int i = 0; i < 1000; ++i)
+        shallow += "<a>";
+    EXPECT_EQ(-2,
+              MediaCmdFromXMLString(cmd.get(), nullptr, body("<Cmd>play</Cmd>" + deep).c_str()));
+    EXPECT_EQ(0,
+              MediaCmdFromXMLString(cmd.get(), nullptr, body("<Cmd>play</Cmd>" + shallow).c_str()));
     EXPECT_EQ(unsigned(ctPlay), cmd->Cmd);
-    for (const char *junk : {"", "<", "<<<<>>>>", "\xFF\xFE<", "<?xml", "MediaCmd", "<Cmd>play</Cmd>"})
+    for (const char *junk :
+         {"", "<", "<<<<>>>>", "\xFF\xFE<", "<?xml", "MediaCmd", "<Cmd>play</Cmd>"})
         EXPECT_EQ(-2, MediaCmdFromXMLString(cmd.get(), nullptr, junk)) << junk;
 }
 
-}  // namespace
+} // namespace

@@ -30,7 +30,8 @@ struct Declared {
 
 std::string withoutCommentsAndDirectives(const std::string &text)
 {
-    static const std::regex comments(R"(/\*[\s\S]*?\*/|//[^\n]*|^[ \t]*#[^\n]*)", std::regex::multiline);
+    static const std::regex comments(R"(/\*[\s\S]*?\*/|//[^\n]*|^[ \t]*#[^\n]*)",
+                                     std::regex::multiline);
     return std::regex_replace(text, comments, " ");
 }
 
@@ -39,7 +40,9 @@ std::string calledName(const std::string &declaration)
 {
     static const std::regex name(R"((operator\s*[^\s(]+|~?[A-Za-z_]\w*)\s*\()");
     std::smatch m;
-    return std::regex_search(declaration, m, name) ? std::regex_replace(m[1].str(), std::regex(R"(\s)"), "") : "";
+    return std::regex_search(declaration, m, name)
+               ? std::regex_replace(m[1].str(), std::regex(R"(\s)"), "")
+               : "";
 }
 
 size_t matchingBrace(const std::string &text, size_t open)
@@ -88,16 +91,18 @@ Declared readHeaders(const std::vector<std::filesystem::path> &dirs)
             if (entry.path().extension() != ".h")
                 continue;
             std::ifstream in(entry.path());
-            const std::string text =
-                withoutCommentsAndDirectives({std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()});
+            const std::string text = withoutCommentsAndDirectives(
+                {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()});
             for (std::sregex_iterator it(text.begin(), text.end(), marked), end; it != end; ++it) {
                 const size_t from = size_t(it->position() + it->length());
                 const std::string rest = text.substr(from);
                 std::smatch m;
                 const std::string before = text.substr(0, size_t(it->position()));
-                if (std::regex_search(before, classKeyword) && std::regex_search(rest, m, className)) {
+                if (std::regex_search(before, classKeyword) &&
+                    std::regex_search(rest, m, className)) {
                     const size_t open = text.find('{', from);
-                    readClass(m[1], text.substr(open + 1, matchingBrace(text, open) - open - 1), &d);
+                    readClass(m[1], text.substr(open + 1, matchingBrace(text, open) - open - 1),
+                              &d);
                     continue;
                 }
                 const std::string declaration = rest.substr(0, rest.find(';'));
@@ -174,7 +179,8 @@ TEST(ExportedSymbols, MatchThePublicHeaders)
             known = cls != declared.members.end() && cls->second.count(m[2]) != 0;
             found.insert(m[1].str() + "::" + m[2].str());
         } else if (std::regex_match(symbol, m, function)) {
-            known = declared.functions.count(m[1]) != 0 || (!m[2].matched && declared.data.count(m[1]) != 0);
+            known = declared.functions.count(m[1]) != 0 ||
+                    (!m[2].matched && declared.data.count(m[1]) != 0);
             found.insert(m[1]);
         }
         EXPECT_TRUE(known) << "exported but not declared QRV_API in a public header: " << symbol;
@@ -186,7 +192,8 @@ TEST(ExportedSymbols, MatchThePublicHeaders)
     }
     for (const auto &[cls, members] : declared.outOfLine) {
         for (const std::string &name : members)
-            EXPECT_TRUE(found.count(cls + "::" + name)) << "member declared but not exported: " << cls << "::" << name;
+            EXPECT_TRUE(found.count(cls + "::" + name))
+                << "member declared but not exported: " << cls << "::" << name;
     }
 }
 

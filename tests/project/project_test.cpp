@@ -14,15 +14,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string slurp(const fs::path &path) {
+std::string slurp(const fs::path &path)
+{
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
 
-void spit(const fs::path &path, const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
+void spit(const fs::path &path, const std::string &text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
 
-std::string get(int (CKXProjectToXML::*getter)(char *), CKXProjectToXML &project) {
+std::string get(int (CKXProjectToXML::*getter)(char *), CKXProjectToXML &project)
+{
     char out[QRV_PROJECT_PATH_MAX];
     (project.*getter)(out);
     return out;
@@ -30,28 +35,32 @@ std::string get(int (CKXProjectToXML::*getter)(char *), CKXProjectToXML &project
 
 // A fresh directory per test, with a "media" folder that the lists live in.
 class Project : public ::testing::Test {
-protected:
-    void SetUp() override {
+  protected:
+    void SetUp() override
+    {
         fs::remove_all(dir);
         fs::create_directories(dir / "media");
     }
 
     fs::path dir = fs::path(QRV_TEST_TMP_DIR) / "project" /
                    ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::string xmlName = (dir / "show.xml").string(), clipName = (dir / "media" / "reel.clp").string();
+    std::string xmlName = (dir / "show.xml").string(),
+                clipName = (dir / "media" / "reel.clp").string();
     std::string edlName = (dir / "media" / "cut.edl").string();
 };
 
-TEST_F(Project, NewDocumentAndSettings) {
+TEST_F(Project, NewDocumentAndSettings)
+{
     CKXProjectToXML project;
     project.SetXMLName(xmlName.data());
     EXPECT_EQ(project.SaveXMLFile(), 1);
-    EXPECT_EQ(slurp(xmlName), "<?xml version=\"1.0\" ?>\n<ClipList />\n<EdlList />\n<Settings />\n");
+    EXPECT_EQ(slurp(xmlName),
+              "<?xml version=\"1.0\" ?>\n<ClipList />\n<EdlList />\n<Settings />\n");
 
     char rate[] = "Rate", odd[] = "Odd", big[] = "Big", none[] = "None", text[] = "12abc";
     project.SetConfigDWORD(rate, 30);
     project.SetConfigString(odd, text);
-    project.SetConfigDWORD(big, 4000000000u);  // stored as "-294967296"
+    project.SetConfigDWORD(big, 4000000000u); // stored as "-294967296"
     char out[16] = "untouched";
     project.GetConfigString(none, out);
     EXPECT_STREQ(out, "untouched");
@@ -61,15 +70,17 @@ TEST_F(Project, NewDocumentAndSettings) {
     EXPECT_EQ(project.GetConfigDWORD(none), 0u);
     EXPECT_EQ(project.GetConfigDWORD(big), 4000000000u);
 
-    std::string longName(2000, 'x');  // cut to fit the object's buffer
+    std::string longName(2000, 'x'); // cut to fit the object's buffer
     project.SetXMLName(longName.data());
     EXPECT_EQ(get(&CKXProjectToXML::GetXMLName, project), longName.substr(0, 1023));
 }
 
 // The clip list was moved next to the project and edited there; the EDL is
 // gone. Loading finds the first and recreates the second from its copy.
-TEST_F(Project, MovedListsAreFoundAndLostOnesRecreated) {
-    const std::string clipText = "reel 1\r\n\"A\" & <B>\t'c'\n\xc3\xa9\n", edlText = "001  AX V C\n";
+TEST_F(Project, MovedListsAreFoundAndLostOnesRecreated)
+{
+    const std::string clipText = "reel 1\r\n\"A\" & <B>\t'c'\n\xc3\xa9\n",
+                      edlText = "001  AX V C\n";
     spit(clipName, clipText);
     spit(edlName, edlText);
     {
@@ -95,7 +106,8 @@ TEST_F(Project, MovedListsAreFoundAndLostOnesRecreated) {
 
 // A loaded file may lack elements: they read as empty, and a setter creates
 // them in file order.
-TEST_F(Project, LoadedDocumentsWithoutSomeElements) {
+TEST_F(Project, LoadedDocumentsWithoutSomeElements)
+{
     spit(xmlName, "<?xml version=\"1.0\" ?>\n<Settings Rate=\"25\" />\n");
     spit(edlName, "x");
     CKXProjectToXML project;
@@ -103,7 +115,7 @@ TEST_F(Project, LoadedDocumentsWithoutSomeElements) {
     EXPECT_EQ(get(&CKXProjectToXML::GetClipFile, project), "");
     char scan[] = "Scan", value[] = "i";
     project.SetEDLName(edlName.data());
-    project.SetConfigString(scan, value);  // goes to the loaded Settings
+    project.SetConfigString(scan, value); // goes to the loaded Settings
     ASSERT_EQ(project.SaveXMLFile(), 1);
     EXPECT_EQ(slurp(xmlName), "<?xml version=\"1.0\" ?>\n<EdlList EdlName=\"" + edlName +
                                   "\" Data=\"x\" />\n<Settings Rate=\"25\" Scan=\"i\" />\n");
@@ -111,4 +123,4 @@ TEST_F(Project, LoadedDocumentsWithoutSomeElements) {
     EXPECT_EQ(project.LoadXMLFile(missing.data()), 0);
 }
 
-}  // namespace
+} // namespace

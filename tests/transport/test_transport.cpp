@@ -20,8 +20,9 @@ TEST(Speed, SetAssignAndProductsTruncateTowardZero)
     EXPECT_EQ(s.Set(5, 0), 0x7FFFFFFF);
     EXPECT_EQ(s.Set(65536, 2), 2146959360); // the product needs 64 bits
 
-    const std::pair<double, int32_t> assigned[] = {
-        {0.5, 32760}, {-0.00001, 0}, {-1.5, -98280}, {1e300, INT32_MAX}, {-1e300, INT32_MIN}, {NAN, 0}};
+    const std::pair<double, int32_t> assigned[] = {{0.5, 32760},        {-0.00001, 0},
+                                                   {-1.5, -98280},      {1e300, INT32_MAX},
+                                                   {-1e300, INT32_MIN}, {NAN, 0}};
     for (const auto &a : assigned) {
         s = a.first;
         EXPECT_EQ(s.value, a.second) << a.first;
@@ -82,8 +83,9 @@ TEST(Counter, RangeAndWrap)
     // The unsigned rule; from frame 0 the lift of -99..-1 shows.
     const struct {
         int start, end, frame, wrapped;
-    } cases[] = {{100, 200, -5, 191}, {100, 200, -150, 146}, {100, 200, 250, 150}, {100, 200, 97, 193},
-                 {0, 100, -5, 95},    {0, 100, -99, 1},      {0, 100, -100, 96}};
+    } cases[] = {{100, 200, -5, 191}, {100, 200, -150, 146}, {100, 200, 250, 150},
+                 {100, 200, 97, 193}, {0, 100, -5, 95},      {0, 100, -99, 1},
+                 {0, 100, -100, 96}};
     for (const auto &c : cases) {
         tc.SetRange(c.start, c.end);
         tc.SetTC(c.frame);

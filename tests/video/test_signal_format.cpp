@@ -43,7 +43,7 @@ TEST(SizeTokens, TableAndEncodingRangesAreKeptAsIs)
     }
     // An entry's own size encodes to it, except for these kept exceptions;
     // 90, 91, 92, 100, 101, 106 and 120 are never produced at all.
-    const std::map<unsigned, unsigned> elsewhere = {{49, 48},  {90, 87},   {91, 128}, {92, 128},
+    const std::map<unsigned, unsigned> elsewhere = {{49, 48},  {90, 87},   {91, 128},  {92, 128},
                                                     {100, 96}, {101, 128}, {106, 104}, {120, 107}};
     for (unsigned token = 1; token <= 128; ++token) {
         const unsigned size = vidGetSizeFromToken(token);
@@ -121,7 +121,7 @@ TEST(NamedFormats, UnnamedCodesAreSpelledFromTokens)
 TEST(ImageSize, ExplicitRastersAndFieldHeights)
 {
     // named rows are swept above; these are the explicit and generic cases
-    const unsigned cases[][4] = {{0x1380b219u, 1, 1920, 540}, {0x11a04019u, 0, 720, 576},
+    const unsigned cases[][4] = {{0x1380b219u, 1, 1920, 540},  {0x11a04019u, 0, 720, 576},
                                  {0x23409618u, 0, 1400, 1050}, {0x2650b63cu, 0, 7680, 4320},
                                  {0x1120421eu, 1, 720, 243},   {0x2120421du, 1, 720, 486}};
     for (const auto &c : cases) {
@@ -138,13 +138,14 @@ TEST(ImageSize, ExplicitRastersAndFieldHeights)
 TEST(Geometry, AspectRatioByRaster)
 {
     const int cases[][3] = {
-        {720, 479, 0},           {720, 525, 0x40003},    {720, 576, 0x40003},   {960, 576, 0},
-        {1280, 720, 0x100009},   {1024, 720, 0},         {2048, 858, 0xEF0064}, {1920, 1035, 0},
-        {1920, -1080, 0x100009}, {1998, 1080, 0xB90064}, {2048, 1080, 0x1000087}, {1920, 1088, 0},
+        {720, 479, 0},           {720, 525, 0x40003},     {720, 576, 0x40003},     {960, 576, 0},
+        {1280, 720, 0x100009},   {1024, 720, 0},          {2048, 858, 0xEF0064},   {1920, 1035, 0},
+        {1920, -1080, 0x100009}, {1998, 1080, 0xB90064},  {2048, 1080, 0x1000087}, {1920, 1088, 0},
         {3840, 2160, 0x100009},  {4096, 2160, 0x1000087}, {7680, 4320, 0},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(vidGetAspectRatio(0, unsigned(c[0]), c[1]), unsigned(c[2])) << c[0] << "x" << c[1];
+        EXPECT_EQ(vidGetAspectRatio(0, unsigned(c[0]), c[1]), unsigned(c[2]))
+            << c[0] << "x" << c[1];
 }
 
 TEST(Geometry, MatrixSettingIsSeededOnceAndCached)
@@ -159,10 +160,11 @@ TEST(Geometry, MatrixSettingIsSeededOnceAndCached)
     ASSERT_EQ(cfgValueDword(QRV_CFG_DEFAULT, key, value, &stored, QRV_CFG_READ), 0);
     EXPECT_EQ(stored, 0u);
 
-    const int sizes[][4] = {{720, 486, 0, 0},      {721, 576, 0, 4},       {1920, 1125, 0, 4},
-                            {720, -1126, 0, 6},    {720, 486, 0x1000, 1},  {3840, 2160, 0x1000, 7}};
+    const int sizes[][4] = {{720, 486, 0, 0},   {721, 576, 0, 4},      {1920, 1125, 0, 4},
+                            {720, -1126, 0, 6}, {720, 486, 0x1000, 1}, {3840, 2160, 0x1000, 7}};
     for (const auto &s : sizes)
-        EXPECT_EQ(GetMatrixBySize(unsigned(s[0]), s[1], unsigned(s[2])), s[3]) << s[0] << "x" << s[1];
+        EXPECT_EQ(GetMatrixBySize(unsigned(s[0]), s[1], unsigned(s[2])), s[3])
+            << s[0] << "x" << s[1];
 
     // Forcing video range takes effect on the next process (or reset) only.
     stored = 1;
@@ -179,15 +181,16 @@ TEST(Geometry, VideoRecordFromCode)
 {
     // code, width, height, rate, scale, scan, blanking lines
     const unsigned cases[][7] = {
-        {0x1120421du, 720, 486, 30000, 1001, 1, 34}, {0x11204217u, 720, 486, 24000, 1001, 1, 0},
-        {0x11a04019u, 720, 576, 25, 1, 1, 45},       {0x1310b21eu, 1920, 1035, 30, 1, 1, 78},
+        {0x1120421du, 720, 486, 30000, 1001, 1, 34},   {0x11204217u, 720, 486, 24000, 1001, 1, 0},
+        {0x11a04019u, 720, 576, 25, 1, 1, 45},         {0x1310b21eu, 1920, 1035, 30, 1, 1, 78},
         {0x1380b23bu, 1920, 1080, 60000, 1001, 1, 40}, {0x4380b217u, 1920, 1080, 24000, 1001, 4, 0},
     };
     for (const auto &c : cases) {
         QRVVIDEO v;
         memset(&v, 0xAB, sizeof v);
         ASSERT_EQ(vidSignalFormatToQRVVid(c[0], &v), 0);
-        const unsigned got[] = {v.SignalFormat, v.Width, v.Height, v.Rate, v.Scale, v.ScanType, v.BlankingLines};
+        const unsigned got[] = {v.SignalFormat, v.Width,    v.Height,       v.Rate,
+                                v.Scale,        v.ScanType, v.BlankingLines};
         EXPECT_EQ(std::vector<unsigned>(got, got + 7), std::vector<unsigned>(c, c + 7));
         EXPECT_EQ(v.TotalWidth, c[1]);
         EXPECT_EQ(v.TotalHeight, c[2] + c[6]);
