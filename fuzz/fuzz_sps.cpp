@@ -1,5 +1,6 @@
 // Sequence parameter set reader: one unit, NAL header byte first.
 #include <qrvutil/h264.h>
+#include <qrvutil/status.h>
 
 #include "fuzz_util.h"
 
@@ -19,6 +20,31 @@ bool highProfile(int32_t profile)
         if (p == profile)
             return true;
     return false;
+}
+
+// Whatever the reader made, the geometry is described or refused whole:
+// a refusal writes nothing, a description is self-consistent.
+void checkGeometry(const SPS_DECODED &sps)
+{
+    QRV_H264_GEOMETRY g, untouched;
+    std::memset(&g, 0x5A, sizeof g);
+    untouched = g;
+    const int status = qrvutilGetGeometry(&sps, &g);
+    if (status != QRV_OK) {
+        FUZZ_CHECK(status == QRV_E_UNSUPPORTED || status == QRV_E_RANGE);
+        FUZZ_CHECK(fuzz::same(&g, &untouched, sizeof g));
+        return;
+    }
+    FUZZ_CHECK(g.coded_width % 16 == 0 && g.coded_height % 16 == 0);
+    FUZZ_CHECK(g.width <= g.coded_width && g.height <= g.coded_height);
+    FUZZ_CHECK(g.crop_left <= g.coded_width - g.width && g.crop_top <= g.coded_height - g.height);
+    FUZZ_CHECK(g.chroma_format_idc <= 3);
+    FUZZ_CHECK(g.bit_depth_luma >= 8 && g.bit_depth_luma <= 14);
+    FUZZ_CHECK(g.bit_depth_chroma >= 8 && g.bit_depth_chroma <= 14);
+    FUZZ_CHECK((g.sar_num == 0) == (g.sar_den == 0));
+    FUZZ_CHECK((g.fps_num == 0) == (g.fps_den == 0));
+    FUZZ_CHECK(std::memchr(g.profile_name, 0, sizeof g.profile_name) != nullptr);
+    FUZZ_CHECK(std::memchr(g.level_text, 0, sizeof g.level_text) != nullptr);
 }
 
 } // namespace
@@ -51,5 +77,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Nothing outside the record and the unit influences the result.
     FUZZ_CHECK(readSps(unit, &second, &bs) == consumed);
     FUZZ_CHECK(fuzz::same(&first, &second, sizeof first));
+    checkGeometry(first);
     return 0;
 }

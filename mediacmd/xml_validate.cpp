@@ -108,10 +108,21 @@ class Verdict {
             std::vsnprintf(reason_ + used, room_ - used, format, args);
             va_end(args);
         }
+        keepToOneLine();
         return status;
     }
 
   private:
+    // Quoted input may hold line breaks and other control bytes; the reason
+    // stays one printable line.
+    void keepToOneLine()
+    {
+        for (char *c = reason_; *c; ++c) {
+            if (static_cast<unsigned char>(*c) < 0x20 || *c == 0x7F)
+                *c = '?';
+        }
+    }
+
     char *reason_;
     uint32_t room_;
 };

@@ -66,6 +66,8 @@ TEST(XmlValidate, MalformedInputNamesLineAndElement)
         {"<MediaCmd>\n<Channel Value=\"4294967296\"/></MediaCmd>", QRV_E_RANGE,
          "line 2, column 1, <Channel>: Value 4294967296 is outside 32 bits"},
         {"<MediaCmd><Channel/></MediaCmd>", QRV_E_SYNTAX, "<Channel>: no Value"},
+        {"<MediaCmd><Channel Value=\"3\n3\"/></MediaCmd>", QRV_E_SYNTAX,
+         "<Channel>: Value \"3?3\" is not an integer"},
         {"<MediaCmd><Channel Value=\"1\">x</Channel></MediaCmd>", QRV_E_SYNTAX,
          "<Channel>: unexpected text"},
         {"<MediaCmd><Cmd Value=\"22\"/></MediaCmd>", QRV_E_RANGE,
