@@ -6,6 +6,10 @@
 #                               executions and coverage each reached
 #   scripts/fuzz.sh replay      runs every file under fuzz/regressions/<target>/
 #                               once through its target
+#   scripts/fuzz.sh smoke       a short run of each target with a fixed seed
+#                               and a fixed number of inputs (FUZZ_SMOKE_RUNS,
+#                               default 20000), from the seeds alone; what CI
+#                               runs
 # FUZZ_TARGETS="fuzz_sps fuzz_pps" limits either mode to those targets.
 # Findings land in build-fuzz/artifacts/<target>/; the grown corpus stays in
 # build-fuzz/corpus/<target>/ for the next run.
@@ -48,7 +52,10 @@ if [ "$mode" = replay ]; then
     exit $status
 fi
 
-case "$mode" in '' | *[!0-9]*) echo "usage: $0 [SECONDS | replay]" >&2; exit 2 ;; esac
+case "$mode" in
+    smoke) ;;
+    '' | *[!0-9]*) echo "usage: $0 [SECONDS | replay | smoke]" >&2; exit 2 ;;
+esac
 
 python3 "$root/fuzz/make_corpus.py" "$build/seeds"
 status=0
@@ -56,14 +63,23 @@ summary=()
 for t in $targets; do
     corpus="$build/corpus/$t"
     artifacts="$build/artifacts/$t/"
+    if [ "$mode" = smoke ]; then
+        # A corpus of its own, emptied each time, so the run starts from the
+        # seeds alone.
+        corpus="$build/smoke-corpus/$t"
+        rm -rf "$corpus"
+        limit=(-seed=1 -runs="${FUZZ_SMOKE_RUNS:-20000}")
+    else
+        limit=(-max_total_time="$mode")
+    fi
     mkdir -p "$corpus" "$artifacts"
-    args=("${common[@]}" -max_total_time="$mode" -print_final_stats=1 -artifact_prefix="$artifacts")
+    args=("${common[@]}" "${limit[@]}" -print_final_stats=1 -artifact_prefix="$artifacts")
     dict=$(dictionary_for "$t")
     [ -n "$dict" ] && args+=(-dict="$dict")
     seeds=("$build/seeds/$t")
     [ -d "$root/fuzz/corpus/$t" ] && seeds+=("$root/fuzz/corpus/$t")
     log="$build/artifacts/$t.log"
-    echo "== $t: ${mode}s"
+    echo "== $t: $mode"
     if ! "$build/fuzz/$t" "${args[@]}" "$corpus" "${seeds[@]}" >"$log" 2>&1; then
         echo "FAILED: $t (see $log and $artifacts)" >&2
         tail -n 30 "$log" >&2
